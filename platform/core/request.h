@@ -1,0 +1,91 @@
+#pragma once
+
+#include <Vantro/vantro_export.h>
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QJsonValue>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QObject>
+
+#include <memory>
+
+class QJsonParseError;
+class QNetworkAccessManager;
+
+namespace vn {
+
+class RequestPrivate;
+
+/// One HTTP exchange, performed through a QNetworkAccessManager.
+///
+/// Nothing is sent by the constructor: the request starts once control returns to the event loop,
+/// so the caller connects finished() right after constructing it. finished() is emitted exactly
+/// once, whatever the outcome (success, HTTP error, network error, time-out or abort).
+///
+/// A request with a QObject parent belongs to that parent. A request without one deletes itself
+/// (deleteLater) once finished() has been delivered; keep a QPointer to look at it afterwards.
+///
+/// Unless setSuppressErrors(true) is called, a failed request logs one warning in the category
+/// "vantro.request" with the method, the URL without query or user info, the status and the error
+/// text. Headers and bodies are never logged.
+class VANTRO_EXPORT Request : public QObject
+{
+    Q_OBJECT
+public:
+    ~Request() override;
+
+    /// Largest response body that is read (8 MiB); a longer answer is aborted and fails.
+    static constexpr qint64 DefaultMaximumResponseSize = 8 * 1024 * 1024;
+
+    QNetworkRequest request() const;
+    QByteArray method() const;
+    QUrl url() const;
+
+    /// Milliseconds after the start at which the request is aborted; each verb has its own default.
+    int timeout() const;
+    void setTimeout(int milliseconds);
+
+    qint64 maximumResponseSize() const;
+    void setMaximumResponseSize(qint64 bytes);
+
+    bool suppressErrors() const;
+    void setSuppressErrors(bool suppress);
+
+    bool isRunning() const;
+    bool isFinished() const;
+
+    /// The HTTP status of the final response, or 0 when none was received.
+    int responseCode() const;
+    /// The transport error; HTTP error statuses are judged by responseCode() alone.
+    QNetworkReply::NetworkError error() const;
+    QString errorString() const;
+    /// Finished, the HTTP status equals @p expectedStatus, and no transport error happened.
+    bool isOk(int expectedStatus) const;
+
+    QByteArray rawResponse() const;
+    QByteArray responseHeader(const QByteArray &name) const;
+    QJsonValue response(QJsonParseError *error = nullptr) const;
+    QJsonObject responseObject(QJsonParseError *error = nullptr) const;
+    QJsonArray responseArray(QJsonParseError *error = nullptr) const;
+
+public Q_SLOTS:
+    /// Aborts a running request (it then finishes with the OperationCanceledError), or prevents a
+    /// queued one from being sent. Does nothing once finished.
+    void abort();
+
+Q_SIGNALS:
+    void finished();
+
+protected:
+    Request(const QByteArray &method, const QNetworkRequest &request, QNetworkAccessManager *network,
+            const QByteArray &body, int timeout, QObject *parent);
+
+private:
+    Q_DISABLE_COPY(Request)
+    std::unique_ptr<RequestPrivate> const d;
+    friend class RequestPrivate;
+};
+
+} // namespace vn

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <VantroNetwork/vantronetwork_export.h>
+
+#include <QNetworkAccessManager>
+#include <QStringList>
+
+class QNetworkRequest;
+class QUrl;
+
+namespace vn::network {
+
+/// A credential that the network layer writes into requests addressed to its hosts.
+///
+/// A request matches when its host equals one of hosts() (case-insensitive, exact: no suffix or
+/// wildcard match; an empty host never matches) and it is either https, or http to a loopback host
+/// (127.0.0.0/8, ::1, localhost). Credentials never travel in clear text to another machine.
+class VANTRONETWORK_EXPORT Authorization
+{
+public:
+    explicit Authorization(const QStringList &hosts);
+    virtual ~Authorization();
+
+    QStringList hosts() const;
+
+    /// Whether this authorization may be written into a request to @p url.
+    bool matches(const QUrl &url) const;
+
+    /// Writes the credential into @p request (which is addressed to a matching URL). @p verb is the
+    /// HTTP method; @p body is the request body when it is known, for schemes that sign it.
+    virtual void authorize(QNetworkRequest &request, const QByteArray &verb, const QByteArray &body) const = 0;
+
+    /// The scheme rule alone: https, or http to a loopback host.
+    static bool isSecureOrLoopback(const QUrl &url);
+
+private:
+    Q_DISABLE_COPY(Authorization)
+    QStringList m_hosts;
+};
+
+} // namespace vn::network

@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Installs the Debian packages needed to build and test VantroAccount.
+# Idempotent: when every package is already present it returns without touching apt.
+set -euo pipefail
+
+packages=(
+  build-essential cmake ninja-build pkg-config git
+  qtbase5-dev qtdeclarative5-dev libqt5networkauth5-dev
+  qml-module-qttest qml-module-qtquick2 qml-module-qtquick-controls2 qtbase5-dev-tools
+  libssl-dev openssl
+  libcpp-httplib-dev
+  clang-format
+)
+
+missing=()
+for package in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$package")
+  fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+  echo "install-deps: all ${#packages[@]} build dependencies are present"
+  exit 0
+fi
+
+echo "install-deps: installing ${missing[*]}"
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then
+  sudo="sudo"
+fi
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"

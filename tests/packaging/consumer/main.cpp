@@ -1,0 +1,32 @@
+// A stand-in application: includes the installed headers the way applications do and calls into
+// every exported library, so that missing symbols or headers show up as a failed build or run.
+#include <Vantro/getrequest.h>
+#include <Vantro/locations.h>
+#include <VantroCrypto/jsoncanonical.h>
+#include <VantroNetwork/authorizationregistry.h>
+#include <VantroNetwork/networkaccessmanager.h>
+#include <VantroUtil/fileutils.h>
+
+#include <QCoreApplication>
+#include <QJsonObject>
+
+#include <cstdio>
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    const QByteArray canonical =
+        vn::crypto::JsonCanonical::serialize(QJsonObject{{QStringLiteral("b"), 1}, {QStringLiteral("a"), 2}});
+    if (canonical != "{\"a\":2,\"b\":1}") {
+        std::fprintf(stderr, "unexpected canonical form: %s\n", canonical.constData());
+        return 1;
+    }
+    if (vn::util::FileUtils::syncFile(QString())) {
+        return 1;
+    }
+    if (!vn::network::AuthorizationRegistry::instance() || !vn::network::NetworkAccessManager::sharedInstance()) {
+        return 1;
+    }
+    std::printf("profiles under %s\n", qPrintable(vn::Locations::profileLocation().path()));
+    return 0;
+}

@@ -1,0 +1,98 @@
+#include "testhttpserver.h"
+
+#include <httplib.h>
+
+namespace vn::test {
+
+TestHttpServer::TestHttpServer(const QString &host)
+    : m_server(std::make_unique<httplib::Server>())
+    , m_host(host)
+{
+    m_server->set_logger([this](const httplib::Request &request, const httplib::Response &) {
+        ReceivedRequest received;
+        received.method = QByteArray::fromStdString(request.method);
+        received.path = QByteArray::fromStdString(request.path);
+        const auto question = request.target.find('?');
+        if (question != std::string::npos) {
+            received.query = QByteArray::fromStdString(request.target.substr(question + 1));
+        }
+        for (const auto &[name, value] : request.headers) {
+            received.headers.insert(QByteArray::fromStdString(name).toLower(), QByteArray::fromStdString(value));
+        }
+        received.body = QByteArray::fromStdString(request.body);
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_requests.append(received);
+    });
+    m_port = m_server->bind_to_any_port(host.toStdString());
+    if (m_port > 0) {
+        m_thread = std::thread([this] { m_server->listen_after_bind(); });
+        // stop() only reaches a server whose loop runs: wait for it, so a quick teardown cannot hang.
+        while (!m_server->is_running()) {
+            std::this_thread::yield();
+        }
+    }
+}
+
+TestHttpServer::~TestHttpServer()
+{
+    m_server->stop();
+    if (m_thread.joinable()) {
+        m_thread.join();
+    }
+}
+
+bool TestHttpServer::isListening() const
+{
+    return m_port > 0;
+}
+
+int TestHttpServer::port() const
+{
+    return m_port;
+}
+
+QString TestHttpServer::host() const
+{
+    return m_host;
+}
+
+QUrl TestHttpServer::url(const QString &path) const
+{
+    QUrl url;
+    url.setScheme(QStringLiteral("http"));
+    url.setHost(m_host);
+    url.setPort(m_port);
+    url.setPath(path);
+    return url;
+}
+
+httplib::Server &TestHttpServer::server()
+{
+    return *m_server;
+}
+
+QList<TestHttpServer::ReceivedRequest> TestHttpServer::requests() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_requests;
+}
+
+TestHttpServer::ReceivedRequest TestHttpServer::lastRequest() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_requests.isEmpty() ? ReceivedRequest() : m_requests.last();
+}
+
+int TestHttpServer::requestCount() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return int(m_requests.size());
+}
+
+void TestHttpServer::clearRequests()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_requests.clear();
+}
+
+} // namespace vn::test

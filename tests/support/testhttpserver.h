@@ -1,0 +1,64 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QMap>
+#include <QString>
+#include <QUrl>
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+namespace httplib {
+class Server;
+struct Request;
+struct Response;
+} // namespace httplib
+
+namespace vn::test {
+
+/// A real HTTP server on loopback for tests: cpp-httplib on its own thread, listening on a port the
+/// system picks. Handlers run on the server's threads; the journal of received requests is safe to
+/// read from the test thread.
+class TestHttpServer
+{
+public:
+    struct ReceivedRequest
+    {
+        QByteArray method;
+        QByteArray path;  // without the query
+        QByteArray query; // raw, without '?'
+        QMap<QByteArray, QByteArray> headers; // names in lower case
+        QByteArray body;
+    };
+
+    /// Listens on @p host (a loopback address) on a free port.
+    explicit TestHttpServer(const QString &host = QStringLiteral("127.0.0.1"));
+    ~TestHttpServer();
+
+    bool isListening() const;
+    int port() const;
+    QString host() const;
+    /// http://host:port + @p path
+    QUrl url(const QString &path = QStringLiteral("/")) const;
+
+    /// The server, for registering handlers with Get/Post/...; register before sending requests.
+    httplib::Server &server();
+
+    QList<ReceivedRequest> requests() const;
+    ReceivedRequest lastRequest() const;
+    int requestCount() const;
+    void clearRequests();
+
+private:
+    std::unique_ptr<httplib::Server> m_server;
+    std::thread m_thread;
+    QString m_host;
+    int m_port = -1;
+    mutable std::mutex m_mutex;
+    QList<ReceivedRequest> m_requests;
+};
+
+} // namespace vn::test
