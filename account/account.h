@@ -1,0 +1,2 @@
+#pragma once
+// placeholder: implementation in progress
