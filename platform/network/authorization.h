@@ -28,7 +28,8 @@ public:
 
     /// Writes the credential into @p request (which is addressed to a matching URL). @p verb is the
     /// HTTP method; @p body is the request body when it is known, for schemes that sign it.
-    virtual void authorize(QNetworkRequest &request, const QByteArray &verb, const QByteArray &body) const = 0;
+    virtual void authorize(QNetworkRequest &request, const QByteArray &verb,
+                           const QByteArray &body) const = 0;
 
     /// The scheme rule alone: https, or http to a loopback host.
     static bool isSecureOrLoopback(const QUrl &url);

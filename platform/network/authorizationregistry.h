@@ -32,7 +32,8 @@ public:
     bool hasAuthorization(const QUrl &url) const;
 
     /// Lets the newest authorization that matches the request's URL write its header. Returns
-    /// whether one did.
+    /// whether one did. Runs under the registry's lock, so the authorization cannot be removed
+    /// and freed while it writes.
     bool authorize(QNetworkRequest &request, const QByteArray &verb, const QByteArray &body) const;
 
     int count() const;
@@ -43,11 +44,16 @@ private:
 };
 
 /// Deleter for std::unique_ptr<Authorization, HandleDeleter>: removes the authorization from the
-/// registry it is bound to, then deletes it.
+/// registry it is bound to, then deletes it. It keeps that registry alive for as long as it exists.
+///
+/// Only an authorization that the registry still holds is deleted: one that was already taken back
+/// with AuthorizationRegistry::remove() belongs to whoever took it, and is left alone.
 class VANTRONETWORK_EXPORT HandleDeleter
 {
 public:
-    HandleDeleter() = default;
+    /// Bound to AuthorizationRegistry::instance(), so that an empty handle that is reset() later
+    /// still withdraws from the process-wide registry.
+    HandleDeleter();
     explicit HandleDeleter(std::shared_ptr<AuthorizationRegistry> registry);
 
     void operator()(Authorization *authorization) const;
