@@ -51,7 +51,9 @@ protected:
     AbstractKey();
     explicit AbstractKey(KeyData *data);
 
-    QSharedDataPointer<KeyData> d;
+    // mutable: a const operation that fails records its error in this value's own copy of the
+    // data (copy on write), never in the data that other copies share.
+    mutable QSharedDataPointer<KeyData> d;
 };
 
 } // namespace vn::crypto

@@ -16,7 +16,8 @@ class VANTROCRYPTO_EXPORT JsonCanonical
 public:
     JsonCanonical() = delete;
 
-    /// The canonical UTF-8 bytes of @p value.
+    /// The canonical UTF-8 bytes of @p value. Empty when the value holds something that has no
+    /// canonical form: NaN or an infinity, a lone UTF-16 surrogate, or an undefined value.
     static QByteArray serialize(const QJsonValue &value);
 
     /// @p number as ECMAScript writes it ("1e+21", "5e-324", "0" for negative zero).
