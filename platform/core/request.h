@@ -29,7 +29,14 @@ class RequestPrivate;
 ///
 /// Unless setSuppressErrors(true) is called, a failed request logs one warning in the category
 /// "vantro.request" with the method, the URL without query or user info, the status and the error
-/// text. Headers and bodies are never logged.
+/// text. Headers and bodies are never logged. A request that the caller aborts is not a failure.
+///
+/// Redirects are followed here, up to 10 hops: each hop is a fresh request built from the caller's
+/// QNetworkRequest with the new URL and sent through the same manager, so that whatever the manager
+/// adds (credentials) is decided for each origin anew. 301/302/303 turn any method but GET into a
+/// GET without body; 307/308 keep method and body. A redirect from https to http, or to another
+/// scheme, fails. On a hop to another origin, caller-set Authorization and Cookie headers are dropped.
+/// Only http and https URLs are served.
 class VANTRO_EXPORT Request : public QObject
 {
     Q_OBJECT
@@ -43,7 +50,8 @@ public:
     QByteArray method() const;
     QUrl url() const;
 
-    /// Milliseconds after the start at which the request is aborted; each verb has its own default.
+    /// Milliseconds after the start at which the request is aborted (redirect hops included); each
+    /// verb has its own default; 0 or less means no time-out.
     int timeout() const;
     void setTimeout(int milliseconds);
 
@@ -56,7 +64,8 @@ public:
     bool isRunning() const;
     bool isFinished() const;
 
-    /// The HTTP status of the final response, or 0 when none was received.
+    /// The HTTP status of the final response, or 0 when no complete response was received: network
+    /// error, time-out, abort, oversized answer, refused or too many redirects.
     int responseCode() const;
     /// The transport error; HTTP error statuses are judged by responseCode() alone.
     QNetworkReply::NetworkError error() const;
@@ -64,6 +73,7 @@ public:
     /// Finished, the HTTP status equals @p expectedStatus, and no transport error happened.
     bool isOk(int expectedStatus) const;
 
+    /// The body of the final response (empty when the exchange failed below HTTP).
     QByteArray rawResponse() const;
     QByteArray responseHeader(const QByteArray &name) const;
     QJsonValue response(QJsonParseError *error = nullptr) const;
@@ -71,8 +81,8 @@ public:
     QJsonArray responseArray(QJsonParseError *error = nullptr) const;
 
 public Q_SLOTS:
-    /// Aborts a running request (it then finishes with the OperationCanceledError), or prevents a
-    /// queued one from being sent. Does nothing once finished.
+    /// Aborts a running request, or prevents a queued one from being sent; either way finished() is
+    /// emitted before this returns, with the OperationCanceledError. Does nothing once finished.
     void abort();
 
 Q_SIGNALS:

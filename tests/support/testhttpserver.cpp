@@ -2,13 +2,48 @@
 
 #include <httplib.h>
 
+#include <QFile>
+#include <QFileInfo>
+
 namespace vn::test {
 
 TestHttpServer::TestHttpServer(const QString &host)
     : m_server(std::make_unique<httplib::Server>())
     , m_host(host)
 {
-    m_server->set_logger([this](const httplib::Request &request, const httplib::Response &) {
+    listen();
+}
+
+TestHttpServer::TestHttpServer(const QString &host, const QString &certificateFile,
+                               const QString &privateKeyFile)
+    : m_server(std::make_unique<httplib::SSLServer>(QFile::encodeName(certificateFile).constData(),
+                                                    QFile::encodeName(privateKeyFile).constData()))
+    , m_host(host)
+    , m_tls(true)
+{
+    if (m_server->is_valid()) {
+        listen();
+    }
+}
+
+QString TestHttpServer::testCertificateFile()
+{
+    return QFileInfo(QStringLiteral(__FILE__)).absolutePath() + QStringLiteral("/tls/certificate.pem");
+}
+
+QString TestHttpServer::testPrivateKeyFile()
+{
+    return QFileInfo(QStringLiteral(__FILE__)).absolutePath() + QStringLiteral("/tls/key.pem");
+}
+
+void TestHttpServer::listen()
+{
+    // Responses go out in several writes; without this, Nagle meets the client's delayed ACK and a
+    // reused connection waits 40 ms per exchange.
+    m_server->set_tcp_nodelay(true);
+    // Journal before the response goes out (the logger only runs after it is written), so that a
+    // client that has its answer always finds its request here.
+    m_server->set_post_routing_handler([this](const httplib::Request &request, httplib::Response &) {
         ReceivedRequest received;
         received.method = QByteArray::fromStdString(request.method);
         received.path = QByteArray::fromStdString(request.path);
@@ -17,13 +52,14 @@ TestHttpServer::TestHttpServer(const QString &host)
             received.query = QByteArray::fromStdString(request.target.substr(question + 1));
         }
         for (const auto &[name, value] : request.headers) {
-            received.headers.insert(QByteArray::fromStdString(name).toLower(), QByteArray::fromStdString(value));
+            received.headers.insert(QByteArray::fromStdString(name).toLower(),
+                                    QByteArray::fromStdString(value));
         }
         received.body = QByteArray::fromStdString(request.body);
         std::lock_guard<std::mutex> lock(m_mutex);
         m_requests.append(received);
     });
-    m_port = m_server->bind_to_any_port(host.toStdString());
+    m_port = m_server->bind_to_any_port(m_host.toStdString());
     if (m_port > 0) {
         m_thread = std::thread([this] { m_server->listen_after_bind(); });
         // stop() only reaches a server whose loop runs: wait for it, so a quick teardown cannot hang.
@@ -56,10 +92,15 @@ QString TestHttpServer::host() const
     return m_host;
 }
 
+bool TestHttpServer::isTls() const
+{
+    return m_tls;
+}
+
 QUrl TestHttpServer::url(const QString &path) const
 {
     QUrl url;
-    url.setScheme(QStringLiteral("http"));
+    url.setScheme(m_tls ? QStringLiteral("https") : QStringLiteral("http"));
     url.setHost(m_host);
     url.setPort(m_port);
     url.setPath(path);

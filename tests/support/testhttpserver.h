@@ -21,27 +21,34 @@ namespace vn::test {
 
 /// A real HTTP server on loopback for tests: cpp-httplib on its own thread, listening on a port the
 /// system picks. Handlers run on the server's threads; the journal of received requests is safe to
-/// read from the test thread.
+/// read from the test thread, and a request is in it before its response is sent.
 class TestHttpServer
 {
 public:
     struct ReceivedRequest
     {
         QByteArray method;
-        QByteArray path;  // without the query
-        QByteArray query; // raw, without '?'
+        QByteArray path;                      // without the query
+        QByteArray query;                     // raw, without '?'
         QMap<QByteArray, QByteArray> headers; // names in lower case
         QByteArray body;
     };
 
     /// Listens on @p host (a loopback address) on a free port.
     explicit TestHttpServer(const QString &host = QStringLiteral("127.0.0.1"));
+    /// Serves https with the given PEM files; testCertificateFile() and testPrivateKeyFile() are a
+    /// self-signed pair for 127.0.0.1 and localhost that clients must trust explicitly.
+    TestHttpServer(const QString &host, const QString &certificateFile, const QString &privateKeyFile);
     ~TestHttpServer();
+
+    static QString testCertificateFile();
+    static QString testPrivateKeyFile();
 
     bool isListening() const;
     int port() const;
     QString host() const;
-    /// http://host:port + @p path
+    bool isTls() const;
+    /// http://host:port + @p path (https for a TLS server)
     QUrl url(const QString &path = QStringLiteral("/")) const;
 
     /// The server, for registering handlers with Get/Post/...; register before sending requests.
@@ -53,10 +60,13 @@ public:
     void clearRequests();
 
 private:
+    void listen();
+
     std::unique_ptr<httplib::Server> m_server;
     std::thread m_thread;
     QString m_host;
     int m_port = -1;
+    bool m_tls = false;
     mutable std::mutex m_mutex;
     QList<ReceivedRequest> m_requests;
 };
