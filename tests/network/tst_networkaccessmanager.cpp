@@ -2,6 +2,8 @@
 #include <VantroNetwork/bearerauthorization.h>
 #include <VantroNetwork/networkaccessmanager.h>
 
+#include <Vantro/getrequest.h>
+
 #include "testhttpserver.h"
 
 #include <QNetworkReply>
@@ -146,6 +148,31 @@ private Q_SLOTS:
         const Answer second = waitFor(manager->get(QNetworkRequest(first.location)));
         QCOMPARE(second.status, 200);
         QCOMPARE(second.body, QByteArray());
+    }
+
+    void requestRedirectJudgedPerHop_data()
+    {
+        QTest::addColumn<bool>("registerSecond");
+        QTest::addColumn<QByteArray>("expected");
+        QTest::newRow("credential of the first host stays behind") << false << QByteArray();
+        QTest::newRow("second host gets its own") << true << QByteArray("Bearer second-host");
+    }
+
+    void requestRedirectJudgedPerHop()
+    {
+        QFETCH(bool, registerSecond);
+        QFETCH(QByteArray, expected);
+        const AuthorizationHandle first = registerBearer(m_first.host(), "first-host");
+        const AuthorizationHandle second =
+            registerSecond ? registerBearer(m_second.host(), "second-host") : AuthorizationHandle();
+
+        QObject owner;
+        auto *request = new vn::GetRequest(QNetworkRequest(m_first.url(QStringLiteral("/redirect"))),
+                                           NetworkAccessManager::sharedInstance(), &owner);
+        QSignalSpy finished(request, &vn::Request::finished);
+        QVERIFY(finished.wait(10000));
+        QVERIFY(request->isOk(200));
+        QCOMPARE(request->rawResponse(), expected);
     }
 
     void handleDeleterWithdraws()
