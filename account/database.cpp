@@ -1,0 +1,35 @@
+#include "database.h"
+#include "database_p.h"
+
+#include <QJsonObject>
+
+namespace vn::account {
+
+Database::Database(const QJsonObject &record, AccountInstance *instance)
+    : Resource(record, instance)
+    , d(std::make_unique<DatabasePrivate>(this))
+{
+    const QJsonObject payload = this->payload().toObject();
+    d->server = QUrl(payload.value(QLatin1String("server")).toString());
+    d->name = payload.value(QLatin1String("name")).toString();
+    d->authoringOptions = payload.value(QLatin1String("authoringOptions")).toObject().toVariantMap();
+}
+
+Database::~Database() = default;
+
+QUrl Database::server() const
+{
+    return d->server;
+}
+
+QString Database::name() const
+{
+    return d->name;
+}
+
+QVariantMap Database::authoringOptions() const
+{
+    return d->authoringOptions;
+}
+
+} // namespace vn::account

@@ -1,0 +1,110 @@
+#include "resource.h"
+#include "resource_p.h"
+
+#include "accountidentity.h"
+#include "accountinstance.h"
+#include "logging_p.h"
+
+#include <VantroCrypto/jsonsignature.h>
+
+#include <QJsonObject>
+
+namespace vn::account {
+
+QHash<QByteArray, Resource::CreationFunction> Resource::m_creationFunc;
+
+Resource *Resource::create(const QJsonObject &record, AccountInstance *instance)
+{
+    const QByteArray type = record.value(QLatin1String("type")).toString().toLatin1();
+    const auto factory = m_creationFunc.constFind(type);
+    if (factory != m_creationFunc.constEnd()) {
+        return (*factory)(record, instance);
+    }
+    // A type this library does not know is kept, verified, as a plain resource: the application
+    // may still read its envelope and payload.
+    return new Resource(record, instance);
+}
+
+void Resource::registerType(const QByteArray &type, const CreationFunction &factory)
+{
+    if (!m_creationFunc.contains(type)) {
+        m_creationFunc.insert(type, factory);
+    }
+}
+
+Resource::Resource(const QJsonObject &record, AccountInstance *instance)
+    : QObject(instance)
+    , d(std::make_unique<ResourcePrivate>(this))
+{
+    d->record = record;
+
+    // The issuer's own validity is not asked here: the account keeps only chains that verify as a
+    // whole. What matters is that the issuer is part of this account's chain.
+    const QString issuer = record.value(QLatin1String("issuer")).toString();
+    for (Identity *identity = instance ? instance->identity() : nullptr; identity;
+         identity = identity->parent()) {
+        if (identity->uuid() == issuer) {
+            d->valid = crypto::JsonSignature::verify(record, identity->publicKey());
+            if (!d->valid) {
+                qCCritical(lcAccountResource, "Signature validation failed for resource %s",
+                           qUtf8Printable(uuid()));
+            }
+            return;
+        }
+    }
+    qCCritical(lcAccountResource, "No issuer declared on resource %s", qUtf8Printable(uuid()));
+}
+
+Resource::~Resource() = default;
+
+QString Resource::uuid() const
+{
+    return d->record.value(QLatin1String("id")).toString();
+}
+
+QString Resource::type() const
+{
+    return d->record.value(QLatin1String("type")).toString();
+}
+
+QString Resource::owner() const
+{
+    return d->record.value(QLatin1String("owner")).toString();
+}
+
+QByteArray Resource::signature() const
+{
+    return d->record.value(QLatin1String("signature")).toString().toUtf8();
+}
+
+QJsonValue Resource::payload() const
+{
+    return d->record.value(QLatin1String("payload"));
+}
+
+bool Resource::isValid() const
+{
+    return d->valid;
+}
+
+int Resource::priority() const
+{
+    const AccountInstance *instance = account();
+    const QString owner = this->owner();
+    int steps = 0;
+    for (Identity *identity = instance ? instance->identity() : nullptr; identity;
+         identity = identity->parent()) {
+        if (identity->uuid() == owner) {
+            return 65535 - steps;
+        }
+        ++steps;
+    }
+    return 0;
+}
+
+AccountInstance *Resource::account() const
+{
+    return qobject_cast<AccountInstance *>(parent());
+}
+
+} // namespace vn::account

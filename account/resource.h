@@ -1,0 +1,92 @@
+#pragma once
+
+#include <VantroAccount/vantroaccount_export.h>
+
+#include <QByteArray>
+#include <QHash>
+#include <QJsonValue>
+#include <QObject>
+#include <QString>
+
+#include <functional>
+#include <memory>
+
+class QJsonObject;
+
+namespace vn::account {
+
+class AccountInstance;
+class ResourcePrivate;
+
+/// A signed record that the account service hands to the account: a database, credentials for
+/// one, a service endpoint.
+///
+/// The record ("id", "type", "owner", "issuer", "signature", "payload") is trusted only when its
+/// signature verifies against the key of its issuer, an identity of the account's identity chain.
+/// Resources are built by type through create(); a type nobody registered stays a plain Resource.
+/// Immutable after construction: validity and content are those of the record and of the chain as
+/// it stood then.
+class VANTROACCOUNT_EXPORT Resource : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(QString uuid READ uuid CONSTANT)
+    Q_PROPERTY(QString type READ type CONSTANT)
+    Q_PROPERTY(QString owner READ owner CONSTANT)
+    Q_PROPERTY(QByteArray signature READ signature CONSTANT)
+    Q_PROPERTY(QJsonValue payload READ payload CONSTANT)
+    Q_PROPERTY(bool valid READ isValid CONSTANT)
+
+public:
+    /// Builds the resource object for one record; the object's QObject parent is the instance.
+    using CreationFunction = std::function<Resource *(const QJsonObject &, AccountInstance *)>;
+
+    /// The object of the class registered for the record's "type", or a plain Resource when none is;
+    /// never null. Its QObject parent is @p instance.
+    static Resource *create(const QJsonObject &record, AccountInstance *instance);
+
+    /// Registers @p factory for the type name @p type (compared exactly, case-sensitively). The first
+    /// registration of a name wins; later ones leave the registry unchanged.
+    static void registerType(const QByteArray &type, const CreationFunction &factory);
+    /// Registers the class @p T, built as `new T(record, instance)`, for @p type.
+    template<class T>
+    static void registerType(const QByteArray &type)
+    {
+        registerType(type, [](const QJsonObject &record, AccountInstance *instance) -> Resource * {
+            return new T(record, instance);
+        });
+    }
+
+    ~Resource() override;
+
+    QString uuid() const;
+    QString type() const;
+    QString owner() const;
+    QByteArray signature() const;
+    /// The type-specific content as it stands in the record (undefined when absent).
+    QJsonValue payload() const;
+
+    /// Whether the record's signature verified against its issuer's key.
+    bool isValid() const;
+
+    /// How close the owner stands to the account's own identity: 65535 for the account's own, one
+    /// less for each step up the chain, 0 when the owner is not in the chain or there is none.
+    int priority() const;
+
+protected:
+    /// Keeps a copy of @p record and checks its signature against the identity chain of @p instance.
+    Resource(const QJsonObject &record, AccountInstance *instance);
+
+    /// The account instance that owns this resource; null when the parent is something else.
+    AccountInstance *account() const;
+
+private:
+    Q_DISABLE_COPY(Resource)
+
+    /// Type name (Latin-1) to factory. Filled by the account instance, read by create(); only ever
+    /// added to, on the account instance's thread.
+    static QHash<QByteArray, CreationFunction> m_creationFunc;
+
+    std::unique_ptr<ResourcePrivate> const d;
+};
+
+} // namespace vn::account
