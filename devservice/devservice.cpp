@@ -1,0 +1,599 @@
+#include "devservice.h"
+
+#include "accountapi.h"
+#include "developmentkeys.h"
+#include "logging_p.h"
+#include "socketcontrol.h"
+
+#include <VantroCrypto/jsonsignature.h>
+
+#include <QDeadlineTimer>
+#include <QElapsedTimer>
+#include <QHostAddress>
+#include <QJsonDocument>
+#include <QMutex>
+#include <QSaveFile>
+#include <QThread>
+
+#include <httplib.h>
+
+#include <atomic>
+#include <optional>
+#include <thread>
+
+namespace vn::devservice {
+
+static_assert(DevService::DefaultTokenLifetime == AccountApi::DefaultTokenLifetime);
+static_assert(DevService::DefaultServiceTokenLifetime == AccountApi::DefaultServiceTokenLifetime);
+static_assert(DevService::DefaultChallengeLifetime == AccountApi::DefaultChallengeLifetime);
+
+namespace {
+
+// Connections are served by a pool of threads, each holding one connection for as long as the
+// client keeps it alive: enough of them that several clients with several connections each are
+// served at once.
+constexpr size_t WorkerThreads = 32;
+constexpr size_t KeepAliveRequests = 1000;
+constexpr int MaximumLoggedPathLength = 200;
+
+const QByteArray MalformedBody = QByteArrayLiteral(R"({"malformed": )");
+
+// What the request logger needs to know about the request that the current thread serves.
+struct RequestTiming
+{
+    QElapsedTimer timer;
+    bool started = false;
+    bool dropped = false;
+};
+thread_local RequestTiming currentRequest;
+
+// The service URL as configurations and tokens name it: without a trailing "/".
+QString serviceUrlText(const QUrl &url)
+{
+    QString text = url.toString();
+    while (text.endsWith(QLatin1Char('/'))) {
+        text.chop(1);
+    }
+    return text;
+}
+
+bool isLoopback(const std::string &address)
+{
+    const QHostAddress host(QString::fromStdString(address));
+    bool isMappedV4 = false;
+    const QHostAddress v4(host.toIPv4Address(&isMappedV4));
+    return host.isLoopback() || (isMappedV4 && v4.isLoopback());
+}
+
+bool isWildcard(const QString &address)
+{
+    const QHostAddress host(address);
+    return host == QHostAddress::AnyIPv4 || host == QHostAddress::AnyIPv6 || host == QHostAddress::Any;
+}
+
+QString normalisedBase(const QString &path)
+{
+    QString base = path.trimmed();
+    while (base.endsWith(QLatin1Char('/'))) {
+        base.chop(1);
+    }
+    if (!base.isEmpty() && !base.startsWith(QLatin1Char('/'))) {
+        base.prepend(QLatin1Char('/'));
+    }
+    return base;
+}
+
+void write(httplib::Response &response, const AccountApi::Response &answer)
+{
+    response.status = answer.status;
+    for (const auto &header : answer.headers) {
+        response.set_header(header.first.toStdString(), header.second.toStdString());
+    }
+    response.set_content(answer.body.toStdString(), "application/json");
+}
+
+AccountApi::Response failure(int status, const QString &message)
+{
+    AccountApi::Response answer;
+    answer.status = status;
+    answer.body =
+        QJsonDocument(QJsonObject{{QStringLiteral("error"), message}}).toJson(QJsonDocument::Compact);
+    return answer;
+}
+
+} // namespace
+
+class DevServicePrivate
+{
+public:
+    void configure(httplib::Server &server);
+    void serve(const httplib::Request &request, httplib::Response &response);
+    void serveAdmin(const httplib::Request &request, httplib::Response &response);
+    void record(const httplib::Request &request);
+    std::optional<Fault> takeFault(const QByteArray &method, const QString &path);
+    bool relativePath(const std::string &path, QString *relative) const;
+    void pause(int milliseconds) const;
+
+    AccountApi api;
+
+    // Start and stop; never held while a request is served.
+    mutable QMutex lifecycleMutex;
+    std::unique_ptr<httplib::Server> server;
+    std::thread thread;
+    std::atomic<bool> stopping{false};
+
+    // Everything the serving threads read and write.
+    mutable QMutex mutex;
+    QString basePath;
+    QString address;
+    quint16 port = 0;
+    bool listening = false;
+    qint64 maximumBodySize = DevService::DefaultMaximumBodySize;
+    int journalLimit = DevService::DefaultJournalLimit;
+    QList<Fault> faults;
+    QList<DevService::ReceivedRequest> journal;
+};
+
+void DevServicePrivate::configure(httplib::Server &server)
+{
+    // cpp-httplib takes ownership of the queue it gets from this factory and deletes it.
+    server.new_task_queue = [] { return new httplib::ThreadPool(WorkerThreads); };
+    server.set_keep_alive_max_count(KeepAliveRequests);
+    // Headers and body leave in separate writes; without this, each answer waits for the client's
+    // delayed acknowledgement.
+    server.set_tcp_nodelay(true);
+    {
+        QMutexLocker locker(&mutex);
+        server.set_payload_max_length(size_t(maximumBodySize));
+    }
+    server.set_pre_routing_handler([](const httplib::Request &, httplib::Response &) {
+        currentRequest.timer.start();
+        currentRequest.started = true;
+        currentRequest.dropped = false;
+        return httplib::Server::HandlerResponse::Unhandled;
+    });
+    // One line per request, also for those that never reach a handler (413, malformed requests).
+    // Method, path and status only: headers, queries and bodies carry credentials.
+    server.set_logger([](const httplib::Request &request, const httplib::Response &response) {
+        const qint64 elapsed = currentRequest.started ? currentRequest.timer.elapsed() : 0;
+        currentRequest.started = false;
+        const QByteArray path = QByteArray::fromStdString(request.path).left(MaximumLoggedPathLength);
+        if (currentRequest.dropped) {
+            qCInfo(lcDevServiceRequest, "%s %s dropped %lld ms", request.method.c_str(), path.constData(),
+                   elapsed);
+        } else {
+            qCInfo(lcDevServiceRequest, "%s %s %d %lld ms", request.method.c_str(), path.constData(),
+                   response.status, elapsed);
+        }
+    });
+    const auto handler = [this](const httplib::Request &request, httplib::Response &response) {
+        serve(request, response);
+    };
+    server.Get(".*", handler);
+    server.Post(".*", handler);
+    server.Put(".*", handler);
+    server.Patch(".*", handler);
+    server.Delete(".*", handler);
+    server.Options(".*", handler);
+}
+
+bool DevServicePrivate::relativePath(const std::string &path, QString *relative) const
+{
+    const QString full = QString::fromStdString(path);
+    QMutexLocker locker(&mutex);
+    if (!full.startsWith(basePath + QLatin1Char('/'))) {
+        return false;
+    }
+    *relative = full.mid(basePath.size() + 1);
+    return true;
+}
+
+void DevServicePrivate::record(const httplib::Request &request)
+{
+    DevService::ReceivedRequest received;
+    received.method = QByteArray::fromStdString(request.method);
+    received.path = QByteArray::fromStdString(request.path);
+    const auto question = request.target.find('?');
+    if (question != std::string::npos) {
+        received.query = QByteArray::fromStdString(request.target.substr(question + 1));
+    }
+    for (const auto &[name, value] : request.headers) {
+        received.headers.insert(QByteArray::fromStdString(name).toLower(), QByteArray::fromStdString(value));
+    }
+    received.body = QByteArray::fromStdString(request.body);
+    QMutexLocker locker(&mutex);
+    journal.append(received);
+    while (journal.size() > journalLimit) {
+        journal.removeFirst();
+    }
+}
+
+std::optional<Fault> DevServicePrivate::takeFault(const QByteArray &method, const QString &path)
+{
+    QMutexLocker locker(&mutex);
+    for (auto it = faults.begin(); it != faults.end(); ++it) {
+        if (it->matches(method, path)) {
+            const Fault fault = *it;
+            if (--it->count <= 0) {
+                faults.erase(it);
+            }
+            return fault;
+        }
+    }
+    return std::nullopt;
+}
+
+void DevServicePrivate::pause(int milliseconds) const
+{
+    // In short steps, so that stopping the service does not wait for a long delay to pass.
+    const QDeadlineTimer deadline(milliseconds);
+    while (!deadline.hasExpired() && !stopping) {
+        QThread::msleep(quint64(qBound<qint64>(1, deadline.remainingTime(), 20)));
+    }
+}
+
+void DevServicePrivate::serve(const httplib::Request &request, httplib::Response &response)
+{
+    record(request);
+    QString path;
+    if (!relativePath(request.path, &path)) {
+        write(response, failure(404, QStringLiteral("not found")));
+        return;
+    }
+    if (path == QLatin1String("admin/faults")) {
+        serveAdmin(request, response);
+        return;
+    }
+
+    const QByteArray method = QByteArray::fromStdString(request.method);
+    const std::optional<Fault> fault = takeFault(method, path);
+    if (fault && fault->delay > 0) {
+        pause(fault->delay);
+    }
+    if (fault && fault->dropConnection) {
+        currentRequest.dropped = true;
+        SocketControl::shutDownConnection(request.local_addr, request.local_port, request.remote_addr,
+                                          request.remote_port);
+        response.status = 500;
+        return;
+    }
+
+    AccountApi::Response answer;
+    if (fault && fault->status != 0) {
+        answer = failure(fault->status, QStringLiteral("injected fault"));
+    } else {
+        answer =
+            api.handle({method, path, QByteArray::fromStdString(request.get_header_value("Authorization")),
+                        QByteArray::fromStdString(request.body)});
+    }
+    if (fault && fault->malformedBody) {
+        answer.body = MalformedBody;
+    }
+    write(response, answer);
+}
+
+void DevServicePrivate::serveAdmin(const httplib::Request &request, httplib::Response &response)
+{
+    if (!isLoopback(request.remote_addr)) {
+        write(response, failure(403, QStringLiteral("the admin interface answers loopback peers only")));
+        return;
+    }
+    auto list = [this] {
+        QJsonArray pending;
+        QMutexLocker locker(&mutex);
+        for (const Fault &fault : qAsConst(faults)) {
+            pending.append(fault.toJson());
+        }
+        return pending;
+    };
+    auto answer = [&](int status) {
+        AccountApi::Response listed;
+        listed.status = status;
+        listed.body = QJsonDocument(list()).toJson(QJsonDocument::Compact);
+        write(response, listed);
+    };
+
+    if (request.method == "GET") {
+        answer(200);
+    } else if (request.method == "DELETE") {
+        QMutexLocker locker(&mutex);
+        faults.clear();
+        locker.unlock();
+        answer(200);
+    } else if (request.method == "POST") {
+        QJsonParseError error;
+        const QJsonDocument document =
+            QJsonDocument::fromJson(QByteArray::fromStdString(request.body), &error);
+        const QJsonArray entries = document.isArray() ? document.array() : QJsonArray{document.object()};
+        if (error.error != QJsonParseError::NoError || (!document.isArray() && !document.isObject())) {
+            write(response,
+                  failure(400, QStringLiteral("the body must be a fault object or an array of them")));
+            return;
+        }
+        QList<Fault> added;
+        for (const QJsonValue &entry : entries) {
+            QString message;
+            const Fault fault = Fault::fromJson(entry.toObject(), &message);
+            if (!fault.isValid()) {
+                write(response, failure(400, message));
+                return;
+            }
+            added.append(fault);
+        }
+        QMutexLocker locker(&mutex);
+        faults.append(added);
+        locker.unlock();
+        answer(201);
+    } else {
+        AccountApi::Response refused = failure(405, QStringLiteral("method not allowed"));
+        refused.headers.append({QByteArrayLiteral("Allow"), QByteArrayLiteral("GET, POST, DELETE")});
+        write(response, refused);
+    }
+}
+
+DevService::DevService()
+    : DevService(Scenario::demo())
+{}
+
+DevService::DevService(const Scenario &scenario)
+    : d(std::make_unique<DevServicePrivate>())
+{
+    if (!d->api.setScenario(scenario)) {
+        d->api.setScenario(Scenario::demo());
+    }
+}
+
+DevService::~DevService()
+{
+    stop();
+}
+
+bool DevService::setScenario(const Scenario &scenario)
+{
+    return d->api.setScenario(scenario);
+}
+
+Scenario DevService::scenario() const
+{
+    return d->api.scenario();
+}
+
+void DevService::setBasePath(const QString &path)
+{
+    QMutexLocker locker(&d->mutex);
+    d->basePath = normalisedBase(path);
+}
+
+QString DevService::basePath() const
+{
+    QMutexLocker locker(&d->mutex);
+    return d->basePath;
+}
+
+void DevService::setTokenLifetime(int seconds)
+{
+    d->api.setTokenLifetime(seconds);
+}
+
+int DevService::tokenLifetime() const
+{
+    return d->api.tokenLifetime();
+}
+
+void DevService::setServiceTokenLifetime(int seconds)
+{
+    d->api.setServiceTokenLifetime(seconds);
+}
+
+int DevService::serviceTokenLifetime() const
+{
+    return d->api.serviceTokenLifetime();
+}
+
+void DevService::setChallengeLifetime(int milliseconds)
+{
+    d->api.setChallengeLifetime(milliseconds);
+}
+
+int DevService::challengeLifetime() const
+{
+    return d->api.challengeLifetime();
+}
+
+void DevService::setMaximumBodySize(qint64 bytes)
+{
+    QMutexLocker locker(&d->mutex);
+    d->maximumBodySize = bytes;
+}
+
+qint64 DevService::maximumBodySize() const
+{
+    QMutexLocker locker(&d->mutex);
+    return d->maximumBodySize;
+}
+
+void DevService::setJournalLimit(int requests)
+{
+    QMutexLocker locker(&d->mutex);
+    d->journalLimit = qMax(0, requests);
+    while (d->journal.size() > d->journalLimit) {
+        d->journal.removeFirst();
+    }
+}
+
+bool DevService::listen(const QString &address, quint16 port)
+{
+    QMutexLocker lifecycle(&d->lifecycleMutex);
+    if (d->server) {
+        return false;
+    }
+    auto server = std::make_unique<httplib::Server>();
+    d->configure(*server);
+    const std::string host = address.toStdString();
+    const int bound =
+        port == 0 ? server->bind_to_any_port(host) : (server->bind_to_port(host, port) ? port : -1);
+    if (bound <= 0) {
+        qCWarning(lcDevService, "Cannot listen on %s port %u", qPrintable(address), unsigned(port));
+        return false;
+    }
+    d->server = std::move(server);
+    d->stopping = false;
+    httplib::Server *running = d->server.get();
+    d->thread = std::thread([running] { running->listen_after_bind(); });
+    // stop() only reaches a server whose loop runs.
+    const QDeadlineTimer deadline(10000);
+    while (!running->is_running() && !deadline.hasExpired()) {
+        std::this_thread::yield();
+    }
+    {
+        QMutexLocker locker(&d->mutex);
+        d->address = address;
+        d->port = quint16(bound);
+        d->listening = true;
+    }
+    d->api.setIssuer(serviceUrlText(url()));
+    qCInfo(lcDevService, "Serving on %s", qPrintable(url().toString()));
+    return true;
+}
+
+void DevService::stop()
+{
+    QMutexLocker lifecycle(&d->lifecycleMutex);
+    if (!d->server) {
+        return;
+    }
+    d->stopping = true;
+    d->server->stop();
+    QString address;
+    quint16 port = 0;
+    {
+        QMutexLocker locker(&d->mutex);
+        address = d->address;
+        port = d->port;
+        d->listening = false;
+    }
+    // Workers wait on idle keep-alive connections for seconds; ending them lets the pool stop now.
+    SocketControl::shutDownConnections(isWildcard(address) ? std::string() : address.toStdString(), port);
+    if (d->thread.joinable()) {
+        d->thread.join();
+    }
+    d->server.reset();
+}
+
+bool DevService::isListening() const
+{
+    QMutexLocker locker(&d->mutex);
+    return d->listening;
+}
+
+QString DevService::address() const
+{
+    QMutexLocker locker(&d->mutex);
+    return d->address;
+}
+
+quint16 DevService::port() const
+{
+    QMutexLocker locker(&d->mutex);
+    return d->port;
+}
+
+QUrl DevService::url() const
+{
+    QMutexLocker locker(&d->mutex);
+    QUrl url;
+    url.setScheme(QStringLiteral("http"));
+    url.setHost(d->address.isEmpty() || isWildcard(d->address) ? QStringLiteral("127.0.0.1") : d->address);
+    url.setPort(d->port);
+    url.setPath(d->basePath.isEmpty() ? QStringLiteral("/") : d->basePath);
+    return url;
+}
+
+QJsonObject DevService::configuration() const
+{
+    const QJsonObject configuration{
+        {QStringLiteral("rootIdentity"), DevelopmentKeys::rootIdentity()},
+        {QStringLiteral("serviceUrl"), serviceUrlText(url())},
+    };
+    return crypto::JsonSignature::sign(configuration, DevelopmentKeys::configurationKey());
+}
+
+bool DevService::writeConfiguration(const QString &path, QString *errorMessage) const
+{
+    // The account library reads at most this many bytes of a configuration.
+    constexpr int MaximumConfigurationSize = 4096;
+    auto fail = [&](const QString &message) {
+        if (errorMessage) {
+            *errorMessage = message;
+        }
+        return false;
+    };
+    const QJsonObject signedConfiguration = configuration();
+    if (signedConfiguration.isEmpty()) {
+        return fail(QStringLiteral("cannot sign the configuration with the development key"));
+    }
+    const QByteArray text = QJsonDocument(signedConfiguration).toJson(QJsonDocument::Indented);
+    if (text.size() >= MaximumConfigurationSize) {
+        return fail(QStringLiteral("the configuration is larger than the client reads"));
+    }
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size()) {
+        return fail(path + QLatin1String(": ") + file.errorString());
+    }
+    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup |
+                        QFileDevice::ReadOther);
+    if (!file.commit()) {
+        return fail(path + QLatin1String(": ") + file.errorString());
+    }
+    return true;
+}
+
+QJsonArray DevService::identityChain() const
+{
+    return d->api.identityChain();
+}
+
+QJsonArray DevService::logins() const
+{
+    return d->api.logins();
+}
+
+void DevService::addFault(const Fault &fault)
+{
+    if (!fault.isValid()) {
+        return;
+    }
+    Fault added = fault;
+    if (added.path.startsWith(QLatin1Char('/'))) {
+        added.path.remove(0, 1);
+    }
+    added.method = added.method.toUpper();
+    QMutexLocker locker(&d->mutex);
+    d->faults.append(added);
+}
+
+void DevService::clearFaults()
+{
+    QMutexLocker locker(&d->mutex);
+    d->faults.clear();
+}
+
+QList<Fault> DevService::faults() const
+{
+    QMutexLocker locker(&d->mutex);
+    return d->faults;
+}
+
+QList<DevService::ReceivedRequest> DevService::journal() const
+{
+    QMutexLocker locker(&d->mutex);
+    return d->journal;
+}
+
+void DevService::clearJournal()
+{
+    QMutexLocker locker(&d->mutex);
+    d->journal.clear();
+}
+
+} // namespace vn::devservice

@@ -1,0 +1,117 @@
+#pragma once
+
+#include "fault.h"
+#include "scenario.h"
+
+#include <QByteArray>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QList>
+#include <QMap>
+#include <QString>
+#include <QUrl>
+
+#include <memory>
+
+namespace vn::devservice {
+
+class DevServicePrivate;
+
+/// The development account service: a real HTTP service that answers every request of the account
+/// library below "<base>/api/v1/", with the users, keys, identities and resources of a scenario.
+///
+/// listen() starts it on threads of its own; every operation is safe to call from any thread while
+/// it serves. Tests start it on port 0, configure it, inject faults and read back the requests it
+/// received; the vantro-account-devservice program serves the demo scenario on 127.0.0.1:8421.
+class DevService
+{
+public:
+    /// One request as it arrived.
+    struct ReceivedRequest
+    {
+        QByteArray method;
+        /// The full path, base included, without the query.
+        QByteArray path;
+        QByteArray query;
+        /// Header names in lower case.
+        QMap<QByteArray, QByteArray> headers;
+        QByteArray body;
+    };
+
+    static constexpr quint16 DefaultPort = 8421;
+    /// Larger request bodies are refused with 413.
+    static constexpr qint64 DefaultMaximumBodySize = 1024 * 1024;
+    /// How many received requests the journal keeps; older ones are dropped.
+    static constexpr int DefaultJournalLimit = 1000;
+    static constexpr int DefaultTokenLifetime = 24 * 3600;
+    static constexpr int DefaultServiceTokenLifetime = 3600;
+    static constexpr int DefaultChallengeLifetime = 60000;
+
+    /// A service with the built-in demo scenario.
+    DevService();
+    /// A service with @p scenario (the demo if it is not valid).
+    explicit DevService(const Scenario &scenario);
+    ~DevService();
+
+    /// Replaces the scenario; every login and challenge is forgotten. False, with nothing
+    /// changed, for an invalid scenario.
+    bool setScenario(const Scenario &scenario);
+    Scenario scenario() const;
+
+    /// The path below which the service answers, for example "/base" for a service URL
+    /// http://127.0.0.1:8421/base. Set before listen().
+    void setBasePath(const QString &path);
+    QString basePath() const;
+
+    /// Seconds until an access token expires (its "exp"); the login ends with it.
+    void setTokenLifetime(int seconds);
+    int tokenLifetime() const;
+    /// Seconds until a service token from "tokens/<uuid>" expires.
+    void setServiceTokenLifetime(int seconds);
+    int serviceTokenLifetime() const;
+    /// Milliseconds during which a challenge of a challenge-response login can be answered.
+    void setChallengeLifetime(int milliseconds);
+    int challengeLifetime() const;
+
+    /// Set before listen().
+    void setMaximumBodySize(qint64 bytes);
+    qint64 maximumBodySize() const;
+    void setJournalLimit(int requests);
+
+    /// Starts serving on @p address and @p port (0 lets the system pick one). False when the
+    /// address cannot be bound or the service already listens.
+    bool listen(const QString &address = QStringLiteral("127.0.0.1"), quint16 port = DefaultPort);
+    /// Stops serving: ends open connections and waits for the service's threads.
+    void stop();
+    bool isListening() const;
+    QString address() const;
+    quint16 port() const;
+    /// http://address:port/base; a wildcard listen address is given as 127.0.0.1.
+    QUrl url() const;
+
+    /// An account configuration naming url() and the development root identity, signed with the
+    /// development configuration key.
+    QJsonObject configuration() const;
+    /// Writes configuration() to @p path (mode 0644; it holds no secret).
+    bool writeConfiguration(const QString &path, QString *errorMessage = nullptr) const;
+
+    /// The signed identity records it serves, from the root's child to the account's own identity.
+    QJsonArray identityChain() const;
+    /// The session records of every live login, oldest first.
+    QJsonArray logins() const;
+
+    /// The fault applies to the next fault.count matching requests. Invalid faults are ignored.
+    void addFault(const Fault &fault);
+    void clearFaults();
+    /// The faults still pending, with their remaining counts.
+    QList<Fault> faults() const;
+
+    QList<ReceivedRequest> journal() const;
+    void clearJournal();
+
+private:
+    Q_DISABLE_COPY(DevService)
+    std::unique_ptr<DevServicePrivate> const d;
+};
+
+} // namespace vn::devservice

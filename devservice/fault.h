@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonObject>
+#include <QString>
+
+namespace vn::devservice {
+
+/// A fault that the service plays on the next requests to one path, so that clients can be tested
+/// against a failing service. A plain record: fill in what the fault should do.
+struct Fault
+{
+    /// The request path below the base, without a leading "/" and without the query, for example
+    /// "api/v1/consumer". A trailing "*" matches every path that starts with what precedes it.
+    QString path;
+    /// The HTTP method it applies to ("GET", "POST", ...); empty for every method.
+    QByteArray method;
+    /// How many of the next matching requests it affects.
+    int count = 1;
+    /// Answer with this status (and a short JSON error body) instead of serving the request;
+    /// 0 serves the request normally.
+    int status = 0;
+    /// Milliseconds to wait before answering (or dropping).
+    int delay = 0;
+    /// Replace the answer's body by text that is not valid JSON (the status stays).
+    bool malformedBody = false;
+    /// Close the connection without any answer.
+    bool dropConnection = false;
+
+    static constexpr int MaximumDelay = 60000;
+
+    bool isValid() const;
+    bool matches(const QByteArray &requestMethod, const QString &requestPath) const;
+
+    /// The admin interface's form: "path", "method", "count", "status", "delay" (milliseconds),
+    /// "malformedBody", "dropConnection"; only "path" is required.
+    QJsonObject toJson() const;
+    /// Reads the admin form; on a missing or wrongly typed member the result is not valid and
+    /// @p errorMessage says why.
+    static Fault fromJson(const QJsonObject &object, QString *errorMessage = nullptr);
+};
+
+} // namespace vn::devservice
