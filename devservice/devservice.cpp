@@ -146,10 +146,18 @@ void DevServicePrivate::configure(httplib::Server &server)
         QMutexLocker locker(&mutex);
         server.set_payload_max_length(size_t(maximumBodySize));
     }
-    server.set_pre_routing_handler([](const httplib::Request &, httplib::Response &) {
+    server.set_pre_routing_handler([](const httplib::Request &request, httplib::Response &) {
         currentRequest.timer.start();
         currentRequest.started = true;
         currentRequest.dropped = false;
+        // Qt writes a request's headers and body separately and leaves Nagle's algorithm on: the
+        // body waits for the acknowledgement of the headers, which the kernel would delay by up to
+        // 40 ms. Acknowledging at once keeps a POST as quick as a GET.
+        if (request.get_header_value_count("Content-Length") > 0 &&
+            request.get_header_value("Content-Length") != "0") {
+            SocketControl::acknowledgeNow(request.local_addr, request.local_port, request.remote_addr,
+                                          request.remote_port);
+        }
         return httplib::Server::HandlerResponse::Unhandled;
     });
     // One line per request, also for those that never reach a handler (413, malformed requests).

@@ -2,6 +2,8 @@
 
 #include <dirent.h>
 #include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <cstdlib>
@@ -64,21 +66,57 @@ void forEachConnection(const std::function<bool(int, const Endpoint &, const End
     closedir(directory);
 }
 
-} // namespace
-
-bool SocketControl::shutDownConnection(const std::string &localAddress, int localPort,
-                                       const std::string &remoteAddress, int remotePort)
+// The descriptor of the connection whose endpoints are given, or -1.
+int findConnection(const std::string &localAddress, int localPort, const std::string &remoteAddress,
+                   int remotePort)
 {
-    bool found = false;
+    int found = -1;
     forEachConnection([&](int descriptor, const Endpoint &local, const Endpoint &remote) {
         if (local.port != localPort || remote.port != remotePort || local.address != localAddress ||
             remote.address != remoteAddress) {
             return true;
         }
-        found = shutdown(descriptor, SHUT_RDWR) == 0;
+        found = descriptor;
         return false;
     });
     return found;
+}
+
+bool sameConnection(int descriptor, const std::string &localAddress, int localPort,
+                    const std::string &remoteAddress, int remotePort)
+{
+    sockaddr_storage local{};
+    sockaddr_storage remote{};
+    socklen_t localLength = sizeof local;
+    socklen_t remoteLength = sizeof remote;
+    Endpoint localEndpoint;
+    Endpoint remoteEndpoint;
+    return getsockname(descriptor, reinterpret_cast<sockaddr *>(&local), &localLength) == 0 &&
+           getpeername(descriptor, reinterpret_cast<sockaddr *>(&remote), &remoteLength) == 0 &&
+           describe(local, localLength, &localEndpoint) && describe(remote, remoteLength, &remoteEndpoint) &&
+           localEndpoint.port == localPort && remoteEndpoint.port == remotePort &&
+           localEndpoint.address == localAddress && remoteEndpoint.address == remoteAddress;
+}
+
+} // namespace
+
+bool SocketControl::acknowledgeNow(const std::string &localAddress, int localPort,
+                                   const std::string &remoteAddress, int remotePort)
+{
+    // A serving thread keeps one connection for many requests: look its descriptor up once.
+    thread_local int cached = -1;
+    if (cached < 0 || !sameConnection(cached, localAddress, localPort, remoteAddress, remotePort)) {
+        cached = findConnection(localAddress, localPort, remoteAddress, remotePort);
+    }
+    const int on = 1;
+    return cached >= 0 && setsockopt(cached, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on) == 0;
+}
+
+bool SocketControl::shutDownConnection(const std::string &localAddress, int localPort,
+                                       const std::string &remoteAddress, int remotePort)
+{
+    const int descriptor = findConnection(localAddress, localPort, remoteAddress, remotePort);
+    return descriptor >= 0 && shutdown(descriptor, SHUT_RDWR) == 0;
 }
 
 int SocketControl::shutDownConnections(const std::string &localAddress, int localPort)

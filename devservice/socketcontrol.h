@@ -20,6 +20,12 @@ public:
     static bool shutDownConnection(const std::string &localAddress, int localPort,
                                    const std::string &remoteAddress, int remotePort);
 
+    /// Makes the connection with these endpoints acknowledge what it received at once instead of
+    /// delaying the acknowledgement (Linux TCP_QUICKACK). Call it on the thread that serves the
+    /// connection: the descriptor found is remembered per thread. True when it was found.
+    static bool acknowledgeNow(const std::string &localAddress, int localPort,
+                               const std::string &remoteAddress, int remotePort);
+
     /// Shuts down every accepted connection whose local endpoint is @p localAddress (empty: any)
     /// and @p localPort; returns how many.
     static int shutDownConnections(const std::string &localAddress, int localPort);
