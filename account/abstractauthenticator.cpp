@@ -1,0 +1,59 @@
+#include "abstractauthenticator.h"
+#include "abstractauthenticator_p.h"
+
+namespace vn::account {
+
+AbstractAuthenticator::AbstractAuthenticator(QObject *parent)
+    : QObject(parent)
+    , d_ptr(std::make_unique<AbstractAuthenticatorPrivate>(this))
+{
+    // finished() reaches the account and QML through queued connections and QVariants; both need
+    // the argument types by the names the signal is declared with. No authenticator can emit
+    // before one is constructed, so this is early enough whatever the order of library loading.
+    qRegisterMetaType<vn::account::AbstractAuthenticator::Status>();
+    qRegisterMetaType<vn::account::AccessToken>();
+}
+
+AbstractAuthenticator::~AbstractAuthenticator() = default;
+
+void AbstractAuthenticator::setNetwork(QNetworkAccessManager *network)
+{
+    Q_D(AbstractAuthenticator);
+    d->network = network;
+}
+
+QNetworkAccessManager *AbstractAuthenticator::network() const
+{
+    Q_D(const AbstractAuthenticator);
+    return d->network;
+}
+
+void AbstractAuthenticator::setHostInfo(const QString &hostInfo)
+{
+    Q_D(AbstractAuthenticator);
+    d->hostInfo = hostInfo;
+}
+
+QString AbstractAuthenticator::hostInfo() const
+{
+    Q_D(const AbstractAuthenticator);
+    return d->hostInfo;
+}
+
+void AbstractAuthenticator::setPersistent(bool persistent)
+{
+    Q_D(AbstractAuthenticator);
+    if (d->persistent == persistent) {
+        return;
+    }
+    d->persistent = persistent;
+    Q_EMIT persistentChanged();
+}
+
+bool AbstractAuthenticator::persistent() const
+{
+    Q_D(const AbstractAuthenticator);
+    return d->persistent;
+}
+
+} // namespace vn::account

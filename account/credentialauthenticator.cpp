@@ -1,0 +1,122 @@
+#include "credentialauthenticator.h"
+#include "credentialauthenticator_p.h"
+
+#include "accountconfiguration.h"
+
+#include <Vantro/postrequest.h>
+
+#include <QJsonObject>
+#include <QNetworkRequest>
+#include <QPointer>
+#include <QStringList>
+
+namespace vn::account {
+
+namespace {
+
+// Everything but 200 is a failure; which one tells the user whether retrying can help.
+AbstractAuthenticator::Status statusForCode(int code)
+{
+    if (code == 401 || code == 403) {
+        return AbstractAuthenticator::AuthenticationFailed;
+    }
+    if (code < 400) {
+        return AbstractAuthenticator::ServiceUnavailable;
+    }
+    if (code >= 500) {
+        return AbstractAuthenticator::ServiceFailure;
+    }
+    return AbstractAuthenticator::RequestFailed;
+}
+
+} // namespace
+
+CredentialAuthenticator::CredentialAuthenticator(QObject *parent)
+    : AbstractAuthenticator(parent)
+    , d(std::make_unique<CredentialAuthenticatorPrivate>(this))
+{}
+
+CredentialAuthenticator::~CredentialAuthenticator() = default;
+
+QString CredentialAuthenticator::userName() const
+{
+    return d->userName;
+}
+
+void CredentialAuthenticator::setUserName(const QString &userName)
+{
+    if (d->userName == userName) {
+        return;
+    }
+    d->userName = userName;
+    Q_EMIT userNameChanged();
+}
+
+QString CredentialAuthenticator::password() const
+{
+    return d->password;
+}
+
+void CredentialAuthenticator::setPassword(const QString &password)
+{
+    if (d->password == password) {
+        return;
+    }
+    d->password = password;
+    Q_EMIT passwordChanged();
+}
+
+void CredentialAuthenticator::start()
+{
+    if (d->request) {
+        Q_EMIT finished(Busy, AccessToken());
+        return;
+    }
+
+    // "user>>target": log in as user, act as target. Pieces after the target are ignored.
+    const QStringList pieces = d->userName.split(QStringLiteral(">>"), Qt::SkipEmptyParts, Qt::CaseSensitive);
+    if (pieces.isEmpty()) {
+        Q_EMIT finished(InvalidLoginData, AccessToken());
+        return;
+    }
+
+    // The password goes as typed: white space may be part of it.
+    QJsonObject body{
+        {QStringLiteral("authType"), QStringLiteral("credentials")},
+        {QStringLiteral("username"), pieces.at(0).trimmed()},
+        {QStringLiteral("password"), d->password},
+        {QStringLiteral("persistent"), persistent()},
+        {QStringLiteral("hostInfo"), hostInfo()},
+    };
+    if (pieces.size() >= 2) {
+        body.insert(QStringLiteral("impersonate"), pieces.at(1).trimmed());
+    }
+
+    // The one request that is made without a token: it is how the token is obtained.
+    QNetworkRequest request(
+        AccountConfiguration::serviceUrl().resolved(QUrl(QStringLiteral("api/v1/authenticate"))));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+    d->request = new vn::PostRequest(request, network(), body, this);
+    // Failures reach the application through finished(); the account logs the status.
+    d->request->setSuppressErrors(true);
+    connect(d->request, &vn::Request::finished, this, &CredentialAuthenticator::processResponse);
+}
+
+void CredentialAuthenticator::processResponse()
+{
+    const int code = d->request->responseCode();
+    // A slot connected to finished() may delete this authenticator.
+    const QPointer<CredentialAuthenticator> alive(this);
+    if (code == 200) {
+        const QJsonObject answer = d->request->response().toObject();
+        setPassword(QString());
+        Q_EMIT finished(Success, AccessToken(answer));
+    } else {
+        Q_EMIT finished(statusForCode(code), AccessToken());
+    }
+    if (alive) {
+        d->request = nullptr;
+    }
+}
+
+} // namespace vn::account
