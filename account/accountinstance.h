@@ -1,18 +1,48 @@
 #pragma once
 
+#include <VantroAccount/abstractauthenticator.h>
+#include <VantroAccount/accesstoken.h>
+#include <VantroAccount/account.h>
 #include <VantroAccount/vantroaccount_export.h>
 
+#include <QByteArray>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QList>
+#include <QMap>
 #include <QObject>
 
 #include <memory>
+
+class QNetworkAccessManager;
+class QUrl;
+
+namespace vn {
+class DeleteRequest;
+class GetRequest;
+class PatchRequest;
+class PostRequest;
+class PutRequest;
+} // namespace vn
+
+namespace vn::crypto {
+class PrivateKey;
+}
 
 namespace vn::account {
 
 class AccountIdentity;
 class AccountInstancePrivate;
+class Consumer;
+class Resource;
+class Session;
 
-/// The one signed-in account of the process, shared by every Account object. It owns the account's
-/// data objects (identity chain, session, consumer, resources) as their QObject parent.
+/// The one signed-in account of the process, shared by every Account object: the client's identity
+/// towards the service, the access token, the connection status and the account's data objects
+/// (identity chain, session, consumer, resources), which it owns as their QObject parent.
+///
+/// It restores itself from Account::profile() when it is made, and while it is connected it keeps
+/// its data current by polling the account service.
 ///
 /// Internal to the library: exported only so that the tests can reach it; the header is not
 /// installed.
@@ -21,23 +51,79 @@ class VANTROACCOUNT_EXPORT AccountInstance : public QObject
     Q_OBJECT
 
 public:
-    /// Registers the resource types that the account service hands out, so that Resource::create()
-    /// builds them by type from here on.
+    /// Registers the resource types that the account service hands out, takes the shared network
+    /// access manager and restores the account from the profile: connected when the profile holds
+    /// an access token, disconnected otherwise.
     explicit AccountInstance(QObject *parent = nullptr);
     ~AccountInstance() override;
+
+    Account::Status status() const;
+    bool isOnline() const;
+    QString clientId() const;
+    vn::crypto::PrivateKey clientKey() const;
+    AccessToken accessToken() const;
+    /// The manager through which every request of the account goes; not owned.
+    QNetworkAccessManager *network() const;
 
     /// The account's own identity: the leaf of its verified identity chain, or null when there is
     /// none. Resources are checked against this chain and ranked by it.
     AccountIdentity *identity() const;
-    /// Makes @p identity the account's own. The instance keeps the pointer as given; the chain is
-    /// owned by whoever made it (AccountIdentity::loadChain() makes the instance its owner).
+    /// Makes @p identity the account's own and takes the chain above it: a chain that is replaced
+    /// or dropped is scheduled for deletion link by link, root included.
     void setIdentity(AccountIdentity *identity);
+    Consumer *consumer() const;
+    Session *session() const;
+    const QList<Resource *> &resources() const;
+
+    /// Starts a login with @p authenticator, unless the account is connected or busy (error()).
+    void login(vn::account::AbstractAuthenticator *authenticator);
+    /// Ends the login at the service; locally the account ends signed out whatever it answers.
+    void logout();
+    /// Fetch the consumer record, or the resources, at once, outside the refresh schedule.
+    void updateConsumer();
+    void updateResources();
+
+    /// @p url resolved as every account request is: an absolute URL stays as it is, a relative one
+    /// is taken below "api/v1/" of the configured service URL.
+    static QUrl resolveUrl(const QUrl &url);
+
+    // Requests to the account service. Each is new, without a QObject parent (so it deletes itself
+    // once finished() has been delivered), and sent when control returns to the event loop.
+    vn::GetRequest *getRequest(const QUrl &url) const;
+    vn::PostRequest *postRequest(const QUrl &url, const QJsonObject &body) const;
+    vn::PostRequest *postRequest(const QUrl &url, const QJsonArray &body) const;
+    vn::PutRequest *putRequest(const QUrl &url, const QJsonObject &body) const;
+    /// @p headers are set after the JSON content type, in key order, and may replace it.
+    vn::PatchRequest *patchRequest(const QUrl &url, const QJsonArray &body,
+                                   const QMap<QByteArray, QByteArray> &headers) const;
+    vn::DeleteRequest *deleteRequest(const QUrl &url) const;
 
 Q_SIGNALS:
+    void statusChanged();
+    void onlineChanged();
     void identityChanged();
+    void consumerChanged();
+    void sessionChanged();
+    void resourcesChanged();
+    void error(vn::account::Account::Error error);
+
+public Q_SLOTS:
+    void authenticationFinished(vn::account::AbstractAuthenticator::Status status,
+                                vn::account::AccessToken accessToken);
+    void logoutFinished();
+    /// Receives the finished request of every refresh task.
+    void handleResponse();
+    /// Receive the finished requests of Account::updateConsumer() and Account::updateResources().
+    void processConsumerUpdate();
+    void processResourcesUpdate();
+
+protected:
+    /// The refresh tick: starts every refresh task that is due.
+    void timerEvent(QTimerEvent *event) override;
 
 private:
     Q_DISABLE_COPY(AccountInstance)
+    friend class AccountInstancePrivate;
     std::unique_ptr<AccountInstancePrivate> const d;
 };
 

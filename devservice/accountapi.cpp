@@ -201,6 +201,10 @@ std::shared_ptr<const SignedScenario> signScenario(const Scenario &scenario)
             qCCritical(lcDevService, "Cannot sign the resource %s", qPrintable(entitlement.id));
             return nullptr;
         }
+        if (resource.tampered) {
+            entitlement.envelope.insert(QStringLiteral("payload"),
+                                        QJsonObject{{QStringLiteral("tampered"), true}});
+        }
         signedScenario->resources.append(entitlement);
     }
     if (!signedScenario->signer.isValid()) {

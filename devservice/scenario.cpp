@@ -364,6 +364,11 @@ private:
                 }
                 resource.users.append(user.toString());
             }
+            const QJsonValue tampered = entry.value(QLatin1String("tampered"));
+            if (!tampered.isUndefined() && !tampered.isBool()) {
+                return fail(where + QLatin1String(".tampered"), QStringLiteral("not a boolean"));
+            }
+            resource.tampered = tampered.toBool();
             const QJsonValue payload = entry.value(QLatin1String("payload"));
             resource.record = QJsonObject{
                 {QStringLiteral("id"), id},

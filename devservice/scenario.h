@@ -55,6 +55,9 @@ public:
         QJsonObject record;
         /// User names entitled to the resource; empty means every user.
         QStringList users;
+        /// Served with its payload changed after signing, so that its signature does not verify: a
+        /// forged record for clients to refuse.
+        bool tampered = false;
     };
 
     /// An empty, invalid scenario.

@@ -2,6 +2,8 @@
 // every exported library, so that missing symbols or headers show up as a failed build or run.
 #include <Vantro/getrequest.h>
 #include <Vantro/locations.h>
+#include <VantroAccount/account.h>
+#include <VantroAccount/profile.h>
 #include <VantroCrypto/jsoncanonical.h>
 #include <VantroNetwork/authorizationregistry.h>
 #include <VantroNetwork/networkaccessmanager.h>
@@ -24,7 +26,16 @@ int main(int argc, char **argv)
     if (vn::util::FileUtils::syncFile(QString())) {
         return 1;
     }
-    if (!vn::network::AuthorizationRegistry::instance() || !vn::network::NetworkAccessManager::sharedInstance()) {
+    if (!vn::network::AuthorizationRegistry::instance() ||
+        !vn::network::NetworkAccessManager::sharedInstance()) {
+        return 1;
+    }
+    // The account restores itself from the profile below VANTRO_PROFILE_LOCATION: never signed in
+    // there, it is disconnected, with a client identity of its own that the profile keeps.
+    vn::account::Account account;
+    if (account.status() != vn::account::Account::Disconnected || account.clientId().size() != 32 ||
+        vn::account::Account::profile().readString(QStringLiteral("clientId")) != account.clientId()) {
+        std::fprintf(stderr, "unexpected account state: status %d\n", int(account.status()));
         return 1;
     }
     std::printf("profiles under %s\n", qPrintable(vn::Locations::profileLocation().path()));
