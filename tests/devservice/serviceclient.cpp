@@ -3,16 +3,24 @@
 #include <Vantro/deleterequest.h>
 #include <Vantro/getrequest.h>
 #include <Vantro/postrequest.h>
+#include <Vantro/putrequest.h>
 
 #include <QEventLoop>
+#include <QFile>
 #include <QJsonDocument>
 
 namespace vn::test {
 
-namespace {
-// Far below the requests' own time-outs, far above what any exchange with the service takes.
-constexpr int RequestTimeout = 20000;
-} // namespace
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QJsonObject tokenClaims(const QByteArray &token)
+{
+    return QJsonDocument::fromJson(QByteArray::fromBase64(token.split('.').value(1))).object();
+}
 
 ServiceClient::ServiceClient(const QUrl &serviceUrl)
 {
@@ -28,38 +36,32 @@ void ServiceClient::setToken(const QByteArray &token)
     m_authorization = token.isEmpty() ? QByteArray() : "Bearer " + token;
 }
 
-void ServiceClient::setAuthorization(const QByteArray &value)
+Reply ServiceClient::send(const QByteArray &method, const QString &path, const QByteArray &body)
 {
-    m_authorization = value;
-}
-
-QUrl ServiceClient::url(const QString &path) const
-{
-    return m_api.resolved(QUrl(path));
-}
-
-QNetworkRequest ServiceClient::prepare(const QString &path, bool json) const
-{
-    QNetworkRequest request(url(path));
-    if (json) {
-        request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
-    }
+    QNetworkRequest prepared(m_api.resolved(QUrl(path)));
+    prepared.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
     if (!m_authorization.isEmpty()) {
-        request.setRawHeader("Authorization", m_authorization);
+        prepared.setRawHeader("Authorization", m_authorization);
     }
-    return request;
-}
-
-Reply ServiceClient::wait(Request *request)
-{
+    // Requests without a parent delete themselves once finished() has been delivered.
+    Request *request = nullptr;
+    if (method == "GET") {
+        request = new GetRequest(prepared, &m_network);
+    } else if (method == "DELETE") {
+        request = new DeleteRequest(prepared, &m_network);
+    } else if (method == "PUT") {
+        request = new PutRequest(prepared, &m_network, body);
+    } else {
+        request = new PostRequest(prepared, &m_network, body);
+    }
     request->setSuppressErrors(true);
-    request->setTimeout(RequestTimeout);
+    // Far above what any exchange with the service takes, far below the test's own time-out.
+    request->setTimeout(20000);
     Reply reply;
     QEventLoop loop;
     QObject::connect(request, &Request::finished, &loop, [&] {
         reply.status = request->responseCode();
         reply.error = request->error();
-        reply.body = request->rawResponse();
         QJsonParseError error;
         reply.json = request->response(&error);
         reply.parsed = error.error == QJsonParseError::NoError;
@@ -69,40 +71,24 @@ Reply ServiceClient::wait(Request *request)
     return reply;
 }
 
-// Requests without a parent delete themselves once finished() has been delivered.
-Reply ServiceClient::get(const QString &path)
-{
-    return wait(new GetRequest(prepare(path, false), &m_network));
-}
-
 Reply ServiceClient::post(const QString &path, const QJsonObject &body)
 {
-    return wait(new PostRequest(prepare(path, true), &m_network, body));
+    return send("POST", path, QJsonDocument(body).toJson(QJsonDocument::Compact));
 }
 
-Reply ServiceClient::post(const QString &path, const QByteArray &body)
+QByteArray ServiceClient::login(const QString &username, const QString &password)
 {
-    return wait(new PostRequest(prepare(path, true), &m_network, body));
-}
-
-Reply ServiceClient::remove(const QString &path)
-{
-    return wait(new DeleteRequest(prepare(path, false), &m_network));
-}
-
-QByteArray ServiceClient::login(const QString &username, const QString &password, bool persistent,
-                                const QString &hostInfo)
-{
-    const Reply reply =
-        post(QStringLiteral("authenticate"), QJsonObject{
-                                                 {QStringLiteral("authType"), QStringLiteral("credentials")},
+    return post(QStringLiteral("authenticate"), {{QStringLiteral("authType"), QStringLiteral("credentials")},
                                                  {QStringLiteral("username"), username},
-                                                 {QStringLiteral("password"), password},
-                                                 {QStringLiteral("persistent"), persistent},
-                                                 {QStringLiteral("hostInfo"), hostInfo},
-                                             });
-    return reply.status == 200 ? reply.object().value(QLatin1String("token")).toString().toLatin1()
-                               : QByteArray();
+                                                 {QStringLiteral("password"), password}})
+        .text("token")
+        .toLatin1();
+}
+
+ServiceClient &ServiceClient::as(const QString &username, const QString &password)
+{
+    setToken(login(username, password));
+    return *this;
 }
 
 } // namespace vn::test

@@ -8,23 +8,33 @@
 #include <QNetworkReply>
 #include <QUrl>
 
-namespace vn {
-class Request;
-}
-
 namespace vn::test {
+
+// The demo scenario's users.
+inline const QString Ada = QStringLiteral("ada@example.com");
+inline const QString AdaPassword = QStringLiteral("ada-demo-password");
+inline const QString Bob = QStringLiteral("bob@example.com");
+inline const QString BobPassword = QStringLiteral("bob-demo-password");
+
+inline QString text(const QJsonValue &object, const char *key)
+{
+    return object.toObject().value(QLatin1String(key)).toString();
+}
+QByteArray readFile(const QString &path);
+/// The payload of a compact token.
+QJsonObject tokenClaims(const QByteArray &token);
 
 /// The outcome of one exchange with the development service.
 struct Reply
 {
     int status = 0;
     QNetworkReply::NetworkError error = QNetworkReply::NoError;
-    QByteArray body;
     QJsonValue json;
     bool parsed = false;
 
     QJsonObject object() const { return json.toObject(); }
     QJsonArray array() const { return json.toArray(); }
+    QString text(const char *key) const { return vn::test::text(json, key); }
 };
 
 /// Talks to the development service through the platform's request classes and waits for each
@@ -32,31 +42,24 @@ struct Reply
 class ServiceClient
 {
 public:
-    /// @p serviceUrl: the service's URL; API paths are resolved below "<serviceUrl>/api/v1/".
+    /// @p serviceUrl: the service's URL; paths are resolved below "<serviceUrl>/api/v1/", so that
+    /// "../../admin/faults" reaches the admin path.
     explicit ServiceClient(const QUrl &serviceUrl);
 
     /// Sends "Authorization: Bearer <token>" with every later request; empty sends none.
     void setToken(const QByteArray &token);
-    /// Sends this exact Authorization header value instead.
-    void setAuthorization(const QByteArray &value);
 
-    /// The URL of an API path ("consumer"), or of a path relative to the service URL when it
-    /// starts with "../../" ("../../admin/faults").
-    QUrl url(const QString &path) const;
-
-    Reply get(const QString &path);
+    /// GET, POST, PUT or DELETE.
+    Reply send(const QByteArray &method, const QString &path, const QByteArray &body = QByteArray());
+    Reply get(const QString &path) { return send("GET", path); }
     Reply post(const QString &path, const QJsonObject &body);
-    Reply post(const QString &path, const QByteArray &body);
-    Reply remove(const QString &path);
 
     /// Logs in with name and password; the token, empty when the login failed.
-    QByteArray login(const QString &username, const QString &password, bool persistent = false,
-                     const QString &hostInfo = QString());
+    QByteArray login(const QString &username, const QString &password);
+    /// Logs in and sends the token from then on.
+    ServiceClient &as(const QString &username, const QString &password);
 
 private:
-    QNetworkRequest prepare(const QString &path, bool json) const;
-    static Reply wait(Request *request);
-
     QUrl m_api;
     QByteArray m_authorization;
     QNetworkAccessManager m_network;
