@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# The main job: install what the build needs, build vantro-sign with the release preset, and walk
-# through keys and signed JSON in a temporary folder. Exits 0 only when every step behaved as
-# expected, including the tampered record failing its verification.
+# The main job: install what the build needs, build the release preset, start the development
+# account service with its demo scenario on a free port, and walk through a whole session with
+# vantro-account: sign in, status, resources, logins, sign out. Everything happens in a temporary
+# folder with a profile location of its own, so no real profile is touched. Exits 0 only when every
+# step behaved as expected, the refusals included.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,76 +12,111 @@ fail() {
     printf 'demo: FAILED: %s\n' "$*" >&2
     exit 1
 }
+# expect STATUS COMMAND...: shows the command, runs it with its output kept in $work/out, and fails
+# the demo unless it exits with STATUS.
+expect() {
+    local expected=$1 status=0
+    shift
+    printf '$ %s\n' "$*"
+    "$@" >"$work/out" || status=$?
+    cat "$work/out"
+    [ "$status" -eq "$expected" ] || fail "'$*' exited with $status instead of $expected"
+}
+# shows COMMAND... < FILE (the file's name, never its content), as expect does.
+expect_input() {
+    local expected=$1 input=$2 status=0
+    shift 2
+    printf '$ %s < %s\n' "$*" "$(basename "$input")"
+    "$@" <"$input" >"$work/out" || status=$?
+    cat "$work/out"
+    [ "$status" -eq "$expected" ] || fail "'$*' exited with $status instead of $expected"
+}
+printed() { grep -q -- "$1" "$work/out" || fail "the output lacks \"$1\""; }
 
 heading "Installing the build dependencies"
 bash scripts/install-deps.sh
 
-heading "Building vantro-sign (release preset)"
+heading "Building (release preset)"
 cmake --preset release >/dev/null
-cmake --build --preset release --target vantro-sign
-sign="$PWD/build/release/tools/vantro-sign/vantro-sign"
-[ -x "$sign" ] || fail "$sign was not built"
+cmake --build --preset release --target vantro-account vantro-account-devservice vantro-sign
+bin="$PWD/build/release/tools"
+service="$PWD/build/release/devservice/vantro-account-devservice"
+for program in "$bin/vantro-account/vantro-account" "$bin/vantro-sign/vantro-sign" "$service"; do
+    [ -x "$program" ] || fail "$program was not built"
+done
+PATH="$bin/vantro-account:$bin/vantro-sign:$PATH"
 
 work="$(mktemp -d)"
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-
-heading "1. Generate an RSA key pair"
-echo "\$ vantro-sign keygen --bits 2048 --out demo.pem --public-out demo.pub.pem"
-"$sign" keygen --bits 2048 --out demo.pem --public-out demo.pub.pem
-stat -c '%A  %n' demo.pem demo.pub.pem
-[ "$(stat -c '%a' demo.pem)" = 600 ] || fail "the private key file is not owner-only"
-if "$sign" keygen --bits 2048 --out demo.pem 2>refused.txt; then
-    fail "keygen replaced an existing key without --force"
-fi
-echo "a second keygen to the same file is refused: $(cat refused.txt)"
-
-heading "2. Sign a sample record"
-cat >record.json <<'EOF'
-{
-  "user": "ada@example.org",
-  "roles": ["admin", "operator"],
-  "quota": 1e3,
-  "expires": "2030-01-01T00:00:00Z"
+service_pid=""
+stop_service() {
+    if [ -n "$service_pid" ]; then
+        kill "$service_pid" 2>/dev/null || true
+        wait "$service_pid" 2>/dev/null || true
+        service_pid=""
+    fi
 }
-EOF
-cat record.json
-echo "\$ vantro-sign sign --key demo.pem record.json > signed.json"
-"$sign" sign --key demo.pem record.json >signed.json
-cat signed.json
+trap 'stop_service; rm -rf "$work"' EXIT
 
-heading "3. The bytes the signature covers (canonical form)"
-echo "\$ vantro-sign canonicalize record.json"
-"$sign" canonicalize record.json
-echo
-canonical="$("$sign" canonicalize record.json)"
-expected='{"expires":"2030-01-01T00:00:00Z","quota":1000,"roles":["admin","operator"],"user":"ada@example.org"}'
-[ "$canonical" = "$expected" ] || fail "unexpected canonical form: $canonical"
+heading "Starting the development account service on a free port"
+"$service" --port 0 --write-config "$work/account.json" >"$work/service.out" 2>"$work/service.log" &
+service_pid=$!
+for _ in $(seq 200); do
+    grep -q '^listening on ' "$work/service.out" && break
+    kill -0 "$service_pid" 2>/dev/null || fail "the service did not start: $(cat "$work/service.log")"
+    sleep 0.1
+done
+url="$(sed -n 's/^listening on //p' "$work/service.out")"
+[ -n "$url" ] || fail "the service did not say where it listens"
+echo "the service listens on $url; its signed configuration is account.json"
+export VANTRO_ACCOUNT_CONFIG="$work/account.json"
+export VANTRO_PROFILE_LOCATION="$work/profiles"
+echo "VANTRO_ACCOUNT_CONFIG=account.json VANTRO_PROFILE_LOCATION=profiles (both in the temporary folder)"
+(umask 077 && printf '%s\n' ada-demo-password >"$work/ada-password" && printf '%s\n' wrong >"$work/wrong-password")
 
-heading "4. Verify the signed record with the public key"
-echo "\$ vantro-sign verify --key demo.pub.pem signed.json"
-"$sign" verify --key demo.pub.pem signed.json || fail "the signed record did not verify"
-echo "\$ vantro-sign verify --key demo.pub.pem < signed.json   (standard input)"
-"$sign" verify --key demo.pub.pem <signed.json || fail "the signed record did not verify from standard input"
+heading "1. A wrong password is refused"
+expect_input 1 "$work/wrong-password" vantro-account login ada@example.com --password-stdin
 
-heading "5. Tamper with the record and verify again"
-sed 's/"operator"/"owner"/' signed.json >tampered.json
-diff signed.json tampered.json || true
-echo "\$ vantro-sign verify --key demo.pub.pem tampered.json"
-status=0
-"$sign" verify --key demo.pub.pem tampered.json 2>&1 || status=$?
-[ "$status" -eq 1 ] || fail "the tampered record gave exit status $status instead of 1"
-echo "exit status $status: the change was detected"
+heading "2. Sign in as Ada (the password comes from standard input)"
+expect_input 0 "$work/ada-password" vantro-account login ada@example.com --password-stdin
+printed "as Ada Lovelace <ada@example.com>"
+[ -s "$work/profiles/default/accessToken" ] || fail "the login was not kept in the profile"
 
-heading "6. Key fingerprint (SHA-256 of the SubjectPublicKeyInfo)"
-echo "\$ vantro-sign fingerprint demo.pub.pem"
-fingerprint="$("$sign" fingerprint demo.pub.pem)"
-echo "$fingerprint"
-private_fingerprint="$("$sign" fingerprint demo.pem)"
-[ "$fingerprint" = "$private_fingerprint" ] || fail "the private key's fingerprint differs from its public key's"
-reference="$(openssl pkey -pubin -in demo.pub.pem -pubout -outform der | openssl dgst -sha256 -binary | base64)"
-echo "openssl: $reference"
-[ "$fingerprint" = "$reference" ] || fail "the fingerprint differs from the one openssl computes"
+heading "3. What the service says about the account (a new process reads the saved login)"
+expect 0 vantro-account status
+printed "Connected, online"
+printed "ReadPermission|ModifyPermission|ConsumerType"
+printed "Example Account verifies"
+expect 0 vantro-account status --json
+printed '"online": true'
+
+heading "4. The account's resources; credentials are never shown"
+expect 0 vantro-account resources
+printed "not shown (secret): credentials"
+if grep -q 'demo-author-db-password' "$work/out"; then fail "a credential was printed"; fi
+
+heading "5. The account's logins; * marks this client's own"
+expect 0 vantro-account logins
+printed "^\* "
+
+heading "6. Sign out"
+expect 0 vantro-account logout
+[ "$(ls "$work/profiles/default")" = "$(printf 'clientId\nclientKey')" ] ||
+    fail "the profile still holds more than the client's id and key"
+expect 3 vantro-account status
+printed "Disconnected"
+
+stop_service
+heading "7. Signing in while the service is down"
+expect_input 1 "$work/ada-password" vantro-account login ada@example.com --password-stdin
+
+heading "8. vantro-sign: a signed record, and a tampered one that fails"
+cd "$work"
+expect 0 vantro-sign keygen --bits 2048 --out demo.pem --public-out demo.pub.pem
+printf '{"user": "ada@example.com", "roles": ["admin"]}\n' >record.json
+vantro-sign sign --key demo.pem record.json >signed.json
+expect 0 vantro-sign verify --key demo.pub.pem signed.json
+sed 's/"admin"/"owner"/' signed.json >tampered.json
+expect 1 vantro-sign verify --key demo.pub.pem tampered.json
 
 heading "Done"
 echo "demo: every step behaved as expected"
