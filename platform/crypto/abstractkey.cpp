@@ -1,14 +1,16 @@
 #include "abstractkey.h"
 
 #include "keydata_p.h"
+#include "rsakeyencoding_p.h"
 
 #include <openssl/bio.h>
+#include <openssl/bn.h>
 #include <openssl/core_names.h>
+#include <openssl/crypto.h>
 #include <openssl/decoder.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/params.h>
-#include <openssl/x509.h>
 
 namespace vn::crypto {
 
@@ -59,6 +61,17 @@ void OpenSslDeleter::operator()(BIO *bio) const
 void OpenSslDeleter::operator()(OSSL_DECODER_CTX *context) const
 {
     OSSL_DECODER_CTX_free(context);
+}
+
+void OpenSslDeleter::operator()(BIGNUM *number) const
+{
+    BN_free(number);
+}
+
+SecretBytes::~SecretBytes()
+{
+    if (!m_bytes.isEmpty())
+        OPENSSL_cleanse(m_bytes.data(), size_t(m_bytes.size()));
 }
 
 OpenSslErrorScope::OpenSslErrorScope()
@@ -171,15 +184,9 @@ QByteArray AbstractKey::fingerPrint(QCryptographicHash::Algorithm algorithm) con
         OpenSslErrorScope::recordFailure(d, QStringLiteral("No key to take a fingerprint of"));
         return {};
     }
-    // i2d_PUBKEY writes the SubjectPublicKeyInfo of the public half, also for a private key.
-    const int length = i2d_PUBKEY(key, nullptr);
-    if (length <= 0) {
-        OpenSslErrorScope::recordFailure(d, QStringLiteral("Cannot encode the public key"));
-        return {};
-    }
-    QByteArray der(length, Qt::Uninitialized);
-    auto *out = reinterpret_cast<unsigned char *>(der.data());
-    if (i2d_PUBKEY(key, &out) != length) {
+    // The SubjectPublicKeyInfo of the public half, also for a private key.
+    const QByteArray der = RsaKeyEncoding::subjectPublicKeyInfo(key);
+    if (der.isEmpty()) {
         OpenSslErrorScope::recordFailure(d, QStringLiteral("Cannot encode the public key"));
         return {};
     }

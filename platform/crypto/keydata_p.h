@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QSharedData>
 #include <QSharedDataPointer>
 #include <QString>
@@ -42,10 +43,30 @@ struct OpenSslDeleter
     void operator()(EVP_MD_CTX *context) const;
     void operator()(BIO *bio) const;
     void operator()(OSSL_DECODER_CTX *context) const;
+    void operator()(BIGNUM *number) const;
 };
 
 template<typename T>
 using OpenSslPointer = std::unique_ptr<T, OpenSslDeleter>;
+
+/// Bytes that hold a secret (a passphrase, private key material), wiped when they go.
+class SecretBytes
+{
+public:
+    SecretBytes() = default;
+    explicit SecretBytes(QByteArray bytes)
+        : m_bytes(std::move(bytes))
+    {}
+    ~SecretBytes();
+    SecretBytes(const SecretBytes &) = delete;
+    SecretBytes &operator=(const SecretBytes &) = delete;
+
+    QByteArray &bytes() { return m_bytes; }
+    const QByteArray &bytes() const { return m_bytes; }
+
+private:
+    QByteArray m_bytes;
+};
 
 /// One operation's view of OpenSSL's (per-thread) error queue. It empties the queue when the
 /// operation starts and again when it ends, so one call's errors never leak into a later call

@@ -1,43 +1,23 @@
 #include "privatekey.h"
 
 #include "keydata_p.h"
+#include "rsakeyencoding_p.h"
 
 #include <openssl/bio.h>
 #include <openssl/core_names.h>
 #include <openssl/crypto.h>
+#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
-#include <openssl/x509.h>
 
 namespace vn::crypto {
 
 namespace {
 
-/// Holds a passphrase as UTF-8 and wipes it when done.
-class PassphraseBytes
-{
-public:
-    explicit PassphraseBytes(const QString &passphrase)
-        : m_bytes(passphrase.toUtf8())
-    {}
-    ~PassphraseBytes()
-    {
-        if (!m_bytes.isEmpty())
-            OPENSSL_cleanse(m_bytes.data(), size_t(m_bytes.size()));
-    }
-    PassphraseBytes(const PassphraseBytes &) = delete;
-    PassphraseBytes &operator=(const PassphraseBytes &) = delete;
-
-    const QByteArray &bytes() const { return m_bytes; }
-
-private:
-    QByteArray m_bytes;
-};
-
 // Always handed to OpenSSL: without a callback it would prompt on the terminal.
 int passphraseCallback(char *buffer, int size, int /*writing*/, void *userData)
 {
-    const QByteArray &passphrase = static_cast<const PassphraseBytes *>(userData)->bytes();
+    const QByteArray &passphrase = static_cast<const SecretBytes *>(userData)->bytes();
     if (passphrase.isEmpty() || passphrase.size() > size)
         return 0;
     memcpy(buffer, passphrase.constData(), size_t(passphrase.size()));
@@ -47,8 +27,12 @@ int passphraseCallback(char *buffer, int size, int /*writing*/, void *userData)
 KeyData *readPrivatePem(const QByteArray &pem, const QString &passphrase)
 {
     OpenSslErrorScope scope;
+    // An unencrypted key needs no passphrase, so a given one is ignored, as OpenSSL ignores it.
+    if (EVP_PKEY *key = RsaKeyEncoding::readPrivatePem(pem))
+        return new KeyData(key);
+    ERR_clear_error();
     OpenSslPointer<BIO> bio(BIO_new_mem_buf(pem.constData(), pem.size()));
-    PassphraseBytes secret(passphrase);
+    SecretBytes secret(passphrase.toUtf8());
     // Reads PKCS#8 ("PRIVATE KEY"), encrypted PKCS#8 and the traditional "RSA PRIVATE KEY" form.
     OpenSslPointer<EVP_PKEY> key(
         bio ? PEM_read_bio_PrivateKey(bio.get(), nullptr, passphraseCallback, &secret) : nullptr);
@@ -129,7 +113,7 @@ QByteArray PrivateKey::toEncryptedPEM(const QString &passphrase) const
     }
     EVP_PKEY *key = keyOf(d);
     OpenSslPointer<BIO> bio(BIO_new(BIO_s_mem()));
-    PassphraseBytes secret(passphrase);
+    SecretBytes secret(passphrase.toUtf8());
     if (!key || !bio ||
         PEM_write_bio_PKCS8PrivateKey(bio.get(), key, EVP_aes_256_cbc(), secret.bytes().constData(),
                                       secret.bytes().size(), nullptr, nullptr) != 1) {
@@ -148,12 +132,8 @@ PublicKey PrivateKey::publicKey() const
         OpenSslErrorScope::recordFailure(d, QStringLiteral("No key to take the public half of"));
         return PublicKey(new KeyData(error(), errorString()));
     }
-    // A round trip through the SubjectPublicKeyInfo leaves nothing of the private half behind.
-    unsigned char *der = nullptr;
-    const int length = i2d_PUBKEY(key, &der);
-    const unsigned char *in = der;
-    OpenSslPointer<EVP_PKEY> publicHalf(length > 0 ? d2i_PUBKEY(nullptr, &in, length) : nullptr);
-    OPENSSL_free(der);
+    // Made from the modulus and public exponent alone: nothing of the private half comes along.
+    OpenSslPointer<EVP_PKEY> publicHalf(RsaKeyEncoding::publicHalf(key));
     if (!publicHalf) {
         OpenSslErrorScope::recordFailure(d, QStringLiteral("Cannot take the public half of the key"));
         return PublicKey(new KeyData(error(), errorString()));

@@ -1,13 +1,13 @@
 #include "publickey.h"
 
 #include "keydata_p.h"
+#include "rsakeyencoding_p.h"
 
 #include <QFile>
 
-#include <openssl/bio.h>
 #include <openssl/decoder.h>
+#include <openssl/err.h>
 #include <openssl/evp.h>
-#include <openssl/pem.h>
 
 namespace vn::crypto {
 
@@ -16,6 +16,10 @@ namespace {
 KeyData *readPublicPem(const QByteArray &pem)
 {
     OpenSslErrorScope scope;
+    if (EVP_PKEY *key = RsaKeyEncoding::readPublicPem(pem))
+        return new KeyData(key);
+    // Any other form, and every error, is OpenSSL's: what the decoders make of it stands.
+    ERR_clear_error();
     EVP_PKEY *decoded = nullptr;
     // No structure given: the decoders accept both SubjectPublicKeyInfo ("PUBLIC KEY") and the
     // PKCS#1 form ("RSA PUBLIC KEY"). Selecting only the public part rejects private key PEM.
@@ -66,15 +70,13 @@ QByteArray PublicKey::toPEM() const
 {
     OpenSslErrorScope scope;
     EVP_PKEY *key = keyOf(d);
-    OpenSslPointer<BIO> bio(BIO_new(BIO_s_mem()));
-    if (!key || !bio || PEM_write_bio_PUBKEY(bio.get(), key) != 1) {
+    const QByteArray der = key ? RsaKeyEncoding::subjectPublicKeyInfo(key) : QByteArray();
+    if (der.isEmpty()) {
         OpenSslErrorScope::recordFailure(d, QStringLiteral("Cannot write the public key"));
         return {};
     }
-    char *data = nullptr;
-    const long length = BIO_get_mem_data(bio.get(), &data);
     OpenSslErrorScope::recordSuccess(d);
-    return QByteArray(data, int(length));
+    return RsaKeyEncoding::toPem(der, "PUBLIC KEY");
 }
 
 QByteArray PublicKey::encrypt(const QByteArray &plain) const

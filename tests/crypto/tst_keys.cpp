@@ -110,6 +110,8 @@ void TestKeys::readPrivateKey()
         QCOMPARE(key.error(), 0);
         QCOMPARE(key.type(), int(AbstractKey::RSA));
         QCOMPARE(key.bits(), 2048);
+        // Every private number comes back as the peer wrote it.
+        QCOMPARE(key.toPEM(), readFile(path("peer.pem")));
     } else {
         QVERIFY(key.error() != 0);
         QVERIFY(!key.errorString().isEmpty());
@@ -126,6 +128,8 @@ void TestKeys::readPublicKey_data()
     QTest::addColumn<bool>("valid");
 
     QTest::newRow("SubjectPublicKeyInfo") << PublicKey(readFile(path("peer.pub"))) << true;
+    QTest::newRow("SubjectPublicKeyInfo, CRLF line ends")
+        << PublicKey(readFile(path("peer.pub")).replace("\n", "\r\n")) << true;
     QTest::newRow("RSA public key") << PublicKey(readFile(path("rsapublic.pem"))) << true;
     QTest::newRow("private key") << PublicKey(readFile(path("peer.pem"))) << false;
     QTest::newRow("missing file") << PublicKey(path("missing.pub")) << false;
