@@ -7,7 +7,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QMetaEnum>
 #include <QtTest>
 
 using vn::account::AccountInstance;
@@ -17,37 +16,14 @@ using vn::account::Session;
 
 namespace {
 
-// Records as the account service writes them.
-QJsonObject json(const char *text)
+// JSON is written here with single quotes, which become double ones.
+QJsonObject json(QByteArray text)
 {
-    return QJsonDocument::fromJson(text).object();
+    return QJsonDocument::fromJson(text.replace('\'', '"')).object();
 }
 
-const char *const ServiceConsumer = R"({
-    "id": "c-2041",
-    "name": "Ada Example",
-    "email": "ada@example.org",
-    "permissions": [35, 131073, 80],
-    "roles": ["author", "reviewer"]
-})";
-
-// Counts each of the consumer's change signals.
-struct ChangeSpies
-{
-    explicit ChangeSpies(Consumer *consumer)
-        : name(consumer, &Consumer::nameChanged)
-        , email(consumer, &Consumer::emailChanged)
-        , permissions(consumer, &Consumer::permissionsChanged)
-        , roles(consumer, &Consumer::rolesChanged)
-    {}
-
-    QList<int> counts() const { return {name.count(), email.count(), permissions.count(), roles.count()}; }
-
-    QSignalSpy name;
-    QSignalSpy email;
-    QSignalSpy permissions;
-    QSignalSpy roles;
-};
+const QByteArray ServiceConsumer = "{'id': 'c-2041', 'name': 'Ada', 'email': 'ada@example.org',"
+                                   " 'permissions': [35, 131073, 80], 'roles': ['author', 'reviewer']}";
 
 } // namespace
 
@@ -56,62 +32,14 @@ class TestRecords : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void session_data()
-    {
-        QTest::addColumn<QByteArray>("record");
-        QTest::addColumn<QString>("identifier");
-        QTest::addColumn<QString>("hostInfo");
-        QTest::addColumn<QDateTime>("since");
-
-        QTest::newRow("service record")
-            << QByteArray(
-                   R"({"id": "s-77", "hostInfo": "WS-17@lab [3f2a9c0d]", "since": "2024-03-05T08:15:30Z"})")
-            << QStringLiteral("s-77") << QStringLiteral("WS-17@lab [3f2a9c0d]")
-            << QDateTime(QDate(2024, 3, 5), QTime(8, 15, 30), Qt::UTC);
-        QTest::newRow("offset kept as the same instant")
-            << QByteArray(R"({"id": "s-78", "hostInfo": "h", "since": "2024-03-05T10:15:30+02:00"})")
-            << QStringLiteral("s-78") << QStringLiteral("h")
-            << QDateTime(QDate(2024, 3, 5), QTime(8, 15, 30), Qt::UTC);
-        QTest::newRow("day that does not exist")
-            << QByteArray(R"({"id": "s-79", "hostInfo": "h", "since": "2024-02-30T08:00:00Z"})")
-            << QStringLiteral("s-79") << QStringLiteral("h") << QDateTime();
-        QTest::newRow("not a date") << QByteArray(R"({"id": "s-80", "since": "yesterday"})")
-                                    << QStringLiteral("s-80") << QString() << QDateTime();
-        QTest::newRow("wrongly typed members")
-            << QByteArray(R"({"id": 12, "hostInfo": ["h"], "since": 1709626530})") << QString() << QString()
-            << QDateTime();
-        QTest::newRow("empty object") << QByteArray("{}") << QString() << QString() << QDateTime();
-    }
-
     void session()
     {
-        QFETCH(QByteArray, record);
-        QFETCH(QString, identifier);
-        QFETCH(QString, hostInfo);
-        QFETCH(QDateTime, since);
-
         AccountInstance instance;
-        const Session session(QJsonDocument::fromJson(record).object(), &instance);
+        const Session session(json("{'id': 's-77', 'since': '2024-03-05T10:15:30+02:00'}"), &instance);
         QCOMPARE(session.parent(), &instance);
-        QCOMPARE(session.identifier(), identifier);
-        QCOMPARE(session.hostInfo(), hostInfo);
-        QCOMPARE(session.since().isNull(), since.isNull());
-        QCOMPARE(session.since(), since);
-        QCOMPARE(session.property("since").toDateTime(), since);
-    }
-
-    void consumerFromServiceRecord()
-    {
-        AccountInstance instance;
-        const Consumer consumer(json(ServiceConsumer), &instance);
-        QCOMPARE(consumer.parent(), &instance);
-        QCOMPARE(consumer.identifier(), QStringLiteral("c-2041"));
-        QCOMPARE(consumer.name(), QStringLiteral("Ada Example"));
-        QCOMPARE(consumer.email(), QStringLiteral("ada@example.org"));
-        QCOMPARE(consumer.permissions(), (QList<int>{0x23, 0x20001, 0x50}));
-        QCOMPARE(consumer.roles(), (QStringList{QStringLiteral("author"), QStringLiteral("reviewer")}));
-        // Construction reads with signals blocked; they must be live again afterwards.
-        QVERIFY(!consumer.signalsBlocked());
+        QCOMPARE(session.identifier(), QStringLiteral("s-77"));
+        QCOMPARE(session.since(), QDateTime(QDate(2024, 3, 5), QTime(8, 15, 30), Qt::UTC));
+        QVERIFY(Session(json("{'since': '2024-02-30T08:00:00Z'}"), nullptr).since().isNull());
     }
 
     void update_data()
@@ -119,31 +47,24 @@ private Q_SLOTS:
         QTest::addColumn<QJsonObject>("record");
         QTest::addColumn<QList<int>>("changes"); // name, email, permissions, roles
 
-        // Each row is the service record above with some members replaced.
-        const auto changed = [](const QString &key, const QJsonValue &value) {
+        const auto changed = [](const char *key, const QJsonValue &value) {
             QJsonObject record = json(ServiceConsumer);
-            record.insert(key, value);
+            record.insert(QLatin1String(key), value);
             return record;
         };
         QTest::newRow("same record") << json(ServiceConsumer) << QList<int>{0, 0, 0, 0};
-        QTest::newRow("email only") << changed(QStringLiteral("email"), QStringLiteral("ada@example.net"))
-                                    << QList<int>{0, 1, 0, 0};
-        QTest::newRow("name only") << changed(QStringLiteral("name"), QStringLiteral("Ada E."))
-                                   << QList<int>{1, 0, 0, 0};
-        QTest::newRow("new id is no change")
-            << changed(QStringLiteral("id"), QStringLiteral("c-9")) << QList<int>{0, 0, 0, 0};
+        QTest::newRow("name") << changed("name", "Ada E.") << QList<int>{1, 0, 0, 0};
+        QTest::newRow("email") << changed("email", "ada@example.net") << QList<int>{0, 1, 0, 0};
+        QTest::newRow("id is no change") << changed("id", "c-9") << QList<int>{0, 0, 0, 0};
         QTest::newRow("permissions reordered")
-            << changed(QStringLiteral("permissions"), QJsonArray{80, 35, 131073}) << QList<int>{0, 0, 1, 0};
-        QTest::newRow("dropped entries are no change")
-            << changed(QStringLiteral("permissions"),
-                       QJsonArray{0, 35, -4, 131073, QStringLiteral("7"), 80, 1.5})
+            << changed("permissions", QJsonArray{80, 35, 131073}) << QList<int>{0, 0, 1, 0};
+        // Only positive 32-bit integers are permissions: the others are dropped, which changes nothing.
+        QTest::newRow("dropped entries")
+            << changed("permissions", QJsonArray{0, 35, -4, 131073, "7", 80, 1.5, 2147483648., true})
             << QList<int>{0, 0, 0, 0};
-        QTest::newRow("role case changed")
-            << changed(QStringLiteral("roles"),
-                       QJsonArray{QStringLiteral("Author"), QStringLiteral("reviewer")})
-            << QList<int>{0, 0, 0, 1};
-        QTest::newRow("missing keys clear everything")
-            << QJsonObject{{QStringLiteral("id"), QStringLiteral("c-2041")}} << QList<int>{1, 1, 1, 1};
+        QTest::newRow("role case") << changed("roles", QJsonArray{"Author", "reviewer"})
+                                   << QList<int>{0, 0, 0, 1};
+        QTest::newRow("missing keys clear all") << QJsonObject{{"id", "c-2041"}} << QList<int>{1, 1, 1, 1};
     }
 
     void update()
@@ -151,141 +72,61 @@ private Q_SLOTS:
         QFETCH(QJsonObject, record);
         QFETCH(QList<int>, changes);
 
-        AccountInstance instance;
-        Consumer consumer(json(ServiceConsumer), &instance);
-        ChangeSpies spies(&consumer);
-        consumer.update(record);
-        QCOMPARE(spies.counts(), changes);
-        QCOMPARE(consumer.identifier(), record.value(QLatin1String("id")).toString());
-        QCOMPARE(consumer.email(), record.value(QLatin1String("email")).toString());
-
-        // A second, identical update changes nothing.
-        consumer.update(record);
-        QCOMPARE(spies.counts(), changes);
-    }
-
-    void permissions_data()
-    {
-        QTest::addColumn<QByteArray>("permissions");
-        QTest::addColumn<QList<int>>("expected");
-
-        QTest::newRow("only positive integers are kept")
-            << QByteArray(R"([3, 0, -1, "5", 2.5])") << QList<int>{3};
-        QTest::newRow("order and repeats are kept") << QByteArray("[64, 1, 64]") << QList<int>{64, 1, 64};
-        QTest::newRow("journal bit") << QByteArray("[131079]") << QList<int>{0x20007};
-        QTest::newRow("largest 32-bit value") << QByteArray("[2147483647]") << QList<int>{0x7fffffff};
-        QTest::newRow("beyond 32 bits") << QByteArray("[4294967297, 1e300, 8]") << QList<int>{8};
-        QTest::newRow("other JSON types") << QByteArray(R"([true, null, {"p": 1}, [1]])") << QList<int>{};
-        QTest::newRow("not an array") << QByteArray(R"({"read": 1})") << QList<int>{};
-    }
-
-    void permissions()
-    {
-        QFETCH(QByteArray, permissions);
-        QFETCH(QList<int>, expected);
-
-        const QByteArray record = R"({"permissions": )" + permissions + '}';
-        const Consumer consumer(QJsonDocument::fromJson(record).object(), nullptr);
-        QCOMPARE(consumer.permissions(), expected);
-        QCOMPARE(consumer.property("permissions").value<QList<int>>(), expected);
+        Consumer consumer(json(ServiceConsumer), nullptr);
+        QSignalSpy name(&consumer, &Consumer::nameChanged);
+        QSignalSpy email(&consumer, &Consumer::emailChanged);
+        QSignalSpy permissions(&consumer, &Consumer::permissionsChanged);
+        QSignalSpy roles(&consumer, &Consumer::rolesChanged);
+        for (int round = 0; round < 2; ++round) { // the second, identical update changes nothing
+            consumer.update(record);
+            QCOMPARE((QList<int>{name.count(), email.count(), permissions.count(), roles.count()}), changes);
+            QCOMPARE(consumer.identifier(), record[QLatin1String("id")].toString());
+            QCOMPARE(consumer.email(), record[QLatin1String("email")].toString());
+        }
     }
 
     void hasPermission_data()
     {
-        QTest::addColumn<QList<int>>("granted");
+        QTest::addColumn<QJsonArray>("granted");
         QTest::addColumn<Permission::PermissionFlags>("requested");
         QTest::addColumn<bool>("expected");
 
-        const QList<int> none;
-        QTest::newRow("nothing asked, nothing granted") << none << Permission::PermissionFlags() << true;
-        QTest::newRow("read, nothing granted")
-            << none << Permission::PermissionFlags(Permission::ReadPermission) << false;
-        QTest::newRow("both bits in one entry")
-            << QList<int>{0x23} << (Permission::ConsumerType | Permission::ReadPermission) << true;
-        QTest::newRow("bits spread over two entries")
-            << QList<int>{0x20, 0x1} << (Permission::ConsumerType | Permission::ReadPermission) << false;
-        QTest::newRow("second entry matches")
-            << QList<int>{0x11, 0x4f} << (Permission::ResourceType | Permission::DeletePermission) << true;
-        QTest::newRow("one bit short")
-            << QList<int>{0x1f}
-            << (Permission::AccountType | Permission::ModifyPermission | Permission::ResourceType) << false;
-        QTest::newRow("journal") << QList<int>{0x20001} << (Permission::Journal | Permission::ReadPermission)
-                                 << true;
-        QTest::newRow("journal is not a low bit")
-            << QList<int>{0x7f} << Permission::PermissionFlags(Permission::Journal) << false;
+        using P = Permission;
+        QTest::newRow("nothing asked") << QJsonArray() << P::PermissionFlags() << true;
+        QTest::newRow("nothing granted") << QJsonArray() << P::PermissionFlags(P::ReadPermission) << false;
+        QTest::newRow("bits in one entry")
+            << QJsonArray{0x23} << (P::ConsumerType | P::ReadPermission) << true;
+        QTest::newRow("bits in two entries")
+            << QJsonArray{0x20, 1} << (P::ConsumerType | P::ReadPermission) << false;
+        QTest::newRow("second entry")
+            << QJsonArray{0x11, 0x4f} << (P::ResourceType | P::DeletePermission) << true;
+        QTest::newRow("journal") << QJsonArray{0x20001} << (P::Journal | P::ReadPermission) << true;
+        QTest::newRow("journal is no low bit") << QJsonArray{0x7f} << P::PermissionFlags(P::Journal) << false;
+        QTest::newRow("largest entry") << QJsonArray{0x7fffffff} << (P::Journal | P::AccountType) << true;
     }
 
     void hasPermission()
     {
-        QFETCH(QList<int>, granted);
+        QFETCH(QJsonArray, granted);
         QFETCH(Permission::PermissionFlags, requested);
         QFETCH(bool, expected);
 
-        QJsonArray permissions;
-        for (const int entry : qAsConst(granted)) {
-            permissions.append(entry);
-        }
-        const Consumer consumer(QJsonObject{{QStringLiteral("permissions"), permissions}}, nullptr);
-        QCOMPARE(consumer.hasPermission(requested), expected);
-
-        // QML calls it through the meta-object, with the flag type it registers.
+        Consumer consumer(QJsonObject{{"permissions", granted}}, nullptr);
+        // QML calls it through the meta-object, with the registered flag type.
         bool invoked = !expected;
-        QVERIFY(QMetaObject::invokeMethod(const_cast<Consumer *>(&consumer), "hasPermission",
-                                          Q_RETURN_ARG(bool, invoked),
+        QVERIFY(QMetaObject::invokeMethod(&consumer, "hasPermission", Q_RETURN_ARG(bool, invoked),
                                           Q_ARG(vn::account::Permission::PermissionFlags, requested)));
         QCOMPARE(invoked, expected);
     }
 
-    void roles_data()
+    void hasRole()
     {
-        QTest::addColumn<QByteArray>("roles");
-        QTest::addColumn<QStringList>("expected");
-        QTest::addColumn<QString>("asked");
-        QTest::addColumn<bool>("present");
-
-        const QByteArray adminRoles = R"(["admin", "", "Admin"])";
-        const QStringList adminList{QStringLiteral("admin"), QStringLiteral("Admin")};
-        QTest::newRow("exact case") << adminRoles << adminList << QStringLiteral("Admin") << true;
-        QTest::newRow("other case") << adminRoles << adminList << QStringLiteral("ADMIN") << false;
-        QTest::newRow("empty name") << adminRoles << adminList << QString() << false;
-        QTest::newRow("empty name with an empty role sent")
-            << QByteArray(R"([""])") << QStringList() << QStringLiteral("") << false;
-        QTest::newRow("non-string roles dropped")
-            << QByteArray(R"([7, "editor", null, {"r": "x"}])") << QStringList{QStringLiteral("editor")}
-            << QStringLiteral("editor") << true;
-        QTest::newRow("no partial match")
-            << QByteArray(R"(["editor"])") << QStringList{QStringLiteral("editor")} << QStringLiteral("edit")
-            << false;
-    }
-
-    void roles()
-    {
-        QFETCH(QByteArray, roles);
-        QFETCH(QStringList, expected);
-        QFETCH(QString, asked);
-        QFETCH(bool, present);
-
-        const QByteArray record = R"({"roles": )" + roles + '}';
-        const Consumer consumer(QJsonDocument::fromJson(record).object(), nullptr);
-        QCOMPARE(consumer.roles(), expected);
-        QCOMPARE(consumer.hasRole(asked), present);
-    }
-
-    // QML writes permissions by flag name: the names must resolve to the service's values.
-    void flagNames()
-    {
-        const QMetaObject &meta = Permission::staticMetaObject;
-        const QMetaEnum flags = meta.enumerator(meta.indexOfEnumerator("PermissionFlags"));
-        QVERIFY(flags.isValid());
-        QVERIFY(flags.isFlag());
-        bool ok = false;
-        QCOMPARE(flags.keysToValue("ConsumerType|ReadPermission|ModifyPermission", &ok), 0x23);
-        QVERIFY(ok);
-        QCOMPARE(flags.keysToValue("Journal|DeletePermission|ResourceType|AccountType", &ok), 0x20058);
-        QVERIFY(ok);
-        QCOMPARE(flags.keysToValue("CreatePermission", &ok), 0x4);
-        QCOMPARE(flags.keyToValue("NoPermission", &ok), 0);
-        QVERIFY(ok);
+        const Consumer consumer(json("{'roles': ['admin', '', 'Admin', 7]}"), nullptr);
+        QCOMPARE(consumer.roles(), (QStringList{"admin", "Admin"}));
+        QVERIFY(consumer.hasRole("Admin"));
+        for (const char *absent : {"ADMIN", "adm", ""}) {
+            QVERIFY2(!consumer.hasRole(QString::fromLatin1(absent)), absent);
+        }
     }
 };
 
