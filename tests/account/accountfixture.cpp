@@ -6,6 +6,7 @@
 #include <VantroAccount/profile.h>
 
 #include <QLoggingCategory>
+#include <QSignalSpy>
 #include <QTest>
 
 using vn::account::Account;
@@ -39,14 +40,11 @@ Account::Error AccountFixture::login(Account &account, bool persistent, const QS
     authenticator.setUserName(userName);
     authenticator.setPassword(password);
     authenticator.setPersistent(persistent);
-    Account::Error reported = Account::NoError;
-    QObject context;
-    QObject::connect(&account, &Account::error, &context,
-                     [&reported](Account::Error error) { reported = error; });
+    QSignalSpy errors(&account, &Account::error);
     account.login(&authenticator);
     // An account still connecting after this shows in the status the caller checks.
     (void)QTest::qWaitFor([&account] { return account.status() != Account::Connecting; }, 10000);
-    return reported;
+    return errors.isEmpty() ? Account::NoError : errors.constLast().at(0).value<Account::Error>();
 }
 
 bool AccountFixture::connect(Account &account, bool persistent)
