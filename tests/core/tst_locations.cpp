@@ -7,56 +7,32 @@ class TestLocations : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase();
-    void cleanup();
-    void profileLocation_data();
-    void profileLocation();
+    void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
 
-private:
-    QByteArray m_original;
+    void profileLocation_data()
+    {
+        QTest::addColumn<bool>("set");
+        QTest::addColumn<QString>("value"); // of VANTRO_PROFILE_LOCATION; only a non-empty one counts
+        QTest::newRow("unset") << false << QString();
+        QTest::newRow("empty") << true << QString();
+        QTest::newRow("set") << true << QStringLiteral("/tmp/vantro-profiles-elsewhere");
+    }
+
+    void profileLocation()
+    {
+        QFETCH(bool, set);
+        QFETCH(QString, value);
+        const QByteArray original = qgetenv("VANTRO_PROFILE_LOCATION");
+        set ? qputenv("VANTRO_PROFILE_LOCATION", value.toLocal8Bit()) : qunsetenv("VANTRO_PROFILE_LOCATION");
+        const QString location = vn::Locations::profileLocation().path();
+        qputenv("VANTRO_PROFILE_LOCATION", original);
+
+        const QString appData = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
+        QVERIFY(!appData.isEmpty());
+        QCOMPARE(location, value.isEmpty() ? appData + QStringLiteral("/profiles") : value);
+        QVERIFY2(!value.isEmpty() || !QDir(location).exists(), "looking up the location must not create it");
+    }
 };
-
-void TestLocations::initTestCase()
-{
-    QStandardPaths::setTestModeEnabled(true);
-    m_original = qgetenv("VANTRO_PROFILE_LOCATION");
-}
-
-void TestLocations::cleanup()
-{
-    qputenv("VANTRO_PROFILE_LOCATION", m_original);
-}
-
-void TestLocations::profileLocation_data()
-{
-    QTest::addColumn<bool>("set");
-    QTest::addColumn<QString>("value");
-    QTest::addColumn<bool>("overridden");
-
-    QTest::newRow("unset") << false << QString() << false;
-    QTest::newRow("empty") << true << QString() << false;
-    QTest::newRow("set") << true << QStringLiteral("/tmp/vantro-profiles-elsewhere") << true;
-}
-
-void TestLocations::profileLocation()
-{
-    QFETCH(bool, set);
-    QFETCH(QString, value);
-    QFETCH(bool, overridden);
-
-    if (set) {
-        qputenv("VANTRO_PROFILE_LOCATION", value.toLocal8Bit());
-    } else {
-        qunsetenv("VANTRO_PROFILE_LOCATION");
-    }
-    const QDir location = vn::Locations::profileLocation();
-    const QString appData = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
-    QVERIFY(!appData.isEmpty());
-    QCOMPARE(location.path(), overridden ? value : appData + QStringLiteral("/profiles"));
-    if (!overridden) {
-        QVERIFY2(!location.exists(), "looking up the location must not create it");
-    }
-}
 
 QTEST_GUILESS_MAIN(TestLocations)
 #include "tst_locations.moc"
