@@ -102,7 +102,6 @@ private slots:
     {
         QTest::addColumn<QString>("type");
         QTest::addColumn<int>("count");
-        QTest::newRow("database") << "vantro.resource.Database" << 1;
         QTest::newRow("author credentials") << "vantro.resource.AuthorCredentials" << 3;
         QTest::newRow("type differs in case") << "vantro.resource.database" << 0;
         QTest::newRow("type nobody has") << "vantro.resource.Printer" << 0;
