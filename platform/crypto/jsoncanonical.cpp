@@ -204,8 +204,15 @@ private:
                   [](const Member &left, const Member &right) { return codeUnitLess(left.key, right.key); });
         const auto begin = object.constBegin();
         for (const Member &member : members) {
-            if (&member != members.begin())
+            if (&member != members.begin()) {
+                // Qt's parser can leave two members of one name (one written escaped, one not):
+                // such an object has no canonical form.
+                if (!codeUnitLess((&member - 1)->key, member.key)) {
+                    fail();
+                    return;
+                }
                 writeLiteral(",", 1);
+            }
             writeMember(member.key, (begin + member.index).value());
         }
     }
