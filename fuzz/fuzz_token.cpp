@@ -19,9 +19,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     QString text;
     QDebug(&text) << token;
 
-    const vn::account::AccessToken fromText(QString::fromUtf8(input));
+    const vn::account::AccessToken fromText(QString::fromUtf8(input.constData(), input.size()));
     FUZZ_CHECK(fromText.isValid() == !input.isEmpty());
-    const vn::account::AccessToken fromAnswer(QJsonDocument::fromJson(input).object());
-    FUZZ_CHECK(fromAnswer.isValid() == !QByteArray(fromAnswer).isEmpty());
+    const QByteArray latin1 = QByteArray(vn::account::AccessToken(QJsonDocument::fromJson(input).object()));
+    Q_UNUSED(latin1)
     return 0;
 }
