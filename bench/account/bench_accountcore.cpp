@@ -5,14 +5,15 @@
 //            OpenSSL verification of the same 1,003 signatures on keys and bytes prepared before;
 //   refresh  the resource handler given the same 1,000 resources again, against parsing the body;
 //   idle     CPU time of the whole process while a connected account sits idle, in percent of one
-//            core (getrusage before and after).
+//            core (getrusage before and after): the 200 ms refresh tick must cost next to nothing.
 //
 // The account service is the development service program in a process of its own, serving a
 // scenario with that chain and those resources, so that only the client's work is measured.
 //
-//   bench_accountcore [idle seconds, default 60] [restore rounds, default 15]
+//   bench_accountcore [--idle-seconds N, default 10; 60 for the full figure] [--rounds N, default 15]
 
 #include "accountinstance.h"
+#include "benchsupport.h"
 
 #include <Vantro/getrequest.h>
 #include <VantroAccount/account.h>
@@ -34,16 +35,8 @@
 #include <QTimer>
 #include <QUuid>
 
-#include <openssl/evp.h>
-#include <openssl/pem.h>
-#include <openssl/rsa.h>
-
 #include <sys/resource.h>
-#include <time.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -58,19 +51,16 @@ const QString Password = QStringLiteral("bench-password");
 const char *const ResourceTypes[] = {"vantro.resource.Database", "vantro.resource.AuthorCredentials",
                                      "vantro.resource.DeviceCredentials", "vantro.resource.Service"};
 
-qint64 sink = 0;
+QProcess *service = nullptr;
 
+// Takes the service down first: std::exit() leaves the QProcess in main() to its own devices.
 [[noreturn]] void fail(const char *what)
 {
-    std::fprintf(stderr, "bench_accountcore: %s\n", what);
-    std::exit(1);
-}
-
-double threadCpuMicroseconds()
-{
-    timespec now;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return double(now.tv_sec) * 1e6 + double(now.tv_nsec) / 1e3;
+    if (service) {
+        service->kill();
+        service->waitForFinished(10000);
+    }
+    bench::fail("accountcore", what);
 }
 
 double processCpuSeconds()
@@ -79,12 +69,6 @@ double processCpuSeconds()
     getrusage(RUSAGE_SELF, &usage);
     return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
            double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
 }
 
 bool waitUntil(const std::function<bool()> &condition, int milliseconds)
@@ -100,138 +84,101 @@ bool waitUntil(const std::function<bool()> &condition, int milliseconds)
     return true;
 }
 
-QJsonObject payloadFor(int index)
+QJsonObject json(const QString &text)
 {
-    const QString number = QString::number(index);
-    switch (index % 4) {
-    case 0:
-        return {{QStringLiteral("server"), QStringLiteral("https://db%1.example.net/").arg(number)},
-                {QStringLiteral("name"), QStringLiteral("inventory-%1").arg(number)},
-                {QStringLiteral("authoringOptions"), QJsonObject{{QStringLiteral("pageSize"), 50}}}};
-    case 1:
-        return {{QStringLiteral("type"), QStringLiteral("bearer")},
-                {QStringLiteral("realm"), QStringLiteral("files%1.example.net").arg(number)},
-                {QStringLiteral("credentials"),
-                 QJsonObject{{QStringLiteral("token"), QUuid::createUuid().toString()}}}};
-    case 2:
-        return {{QStringLiteral("type"), QStringLiteral("basic")},
-                {QStringLiteral("realm"), QStringLiteral("db%1.example.net").arg(number)},
-                {QStringLiteral("credentials"),
-                 QJsonObject{{QStringLiteral("userName"), QStringLiteral("device-%1").arg(number)},
-                             {QStringLiteral("password"), QUuid::createUuid().toString()}}}};
-    default:
-        return {{QStringLiteral("url"), QStringLiteral("https://service%1.example.net/").arg(number)},
-                {QStringLiteral("service"), QStringLiteral("reports-%1").arg(number)}};
-    }
+    return QJsonDocument::fromJson(text.toUtf8()).object();
 }
 
 // One user, a chain of three generated identities below the development root, and the resources,
 // all issued by the account's own identity.
 QJsonObject scenario()
 {
-    QJsonArray identities;
-    for (const char *id : {"organisation", "department", "account"}) {
-        identities.append(
-            QJsonObject{{QStringLiteral("id"), QLatin1String(id)}, {QStringLiteral("bits"), 3072}});
-    }
+    QJsonObject scenario =
+        json(QStringLiteral(
+                 R"({"users": [{"username": "%1", "password": "%2"}], "identities": [{"id": "organisation",)"
+                 R"( "bits": 3072}, {"id": "department", "bits": 3072}, {"id": "account", "bits": 3072}]})")
+                 .arg(UserName, Password));
     QJsonArray resources;
     for (int index = 0; index < ResourceCount; ++index) {
+        const QString number = QString::number(index);
+        const QString secret = QUuid::createUuid().toString();
+        const QString payloads[] = {
+            QStringLiteral(R"({"server": "https://db%1.example.net/", "name": "inventory-%1",)"
+                           R"( "authoringOptions": {"pageSize": 50}})")
+                .arg(number),
+            QStringLiteral(
+                R"({"type": "bearer", "realm": "files%1.example.net", "credentials": {"token": "%2"}})")
+                .arg(number, secret),
+            QStringLiteral(R"({"type": "basic", "realm": "db%1.example.net",)"
+                           R"( "credentials": {"userName": "device-%1", "password": "%2"}})")
+                .arg(number, secret),
+            QStringLiteral(R"({"url": "https://service%1.example.net/", "service": "reports-%1"})")
+                .arg(number)};
         resources.append(
             QJsonObject{{QStringLiteral("id"), QUuid::createUuid().toString(QUuid::WithoutBraces)},
                         {QStringLiteral("type"), QLatin1String(ResourceTypes[index % 4])},
-                        {QStringLiteral("payload"), payloadFor(index)}});
+                        {QStringLiteral("payload"), json(payloads[index % 4])}});
     }
-    return {{QStringLiteral("users"), QJsonArray{QJsonObject{{QStringLiteral("username"), UserName},
-                                                             {QStringLiteral("password"), Password}}}},
-            {QStringLiteral("identities"), identities},
-            {QStringLiteral("resources"), resources}};
+    scenario.insert(QStringLiteral("resources"), resources);
+    return scenario;
 }
 
-using Key = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
-
-Key readPublicKey(const QString &pem)
+QByteArray readFile(const QDir &folder, const char *entry)
 {
-    const QByteArray bytes = pem.toLatin1();
-    std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new_mem_buf(bytes.constData(), int(bytes.size())),
-                                                  &BIO_free);
-    return Key(PEM_read_bio_PUBKEY(bio.get(), nullptr, nullptr, nullptr), &EVP_PKEY_free);
-}
-
-struct Signed
-{
-    EVP_PKEY *key;
-    QByteArray message;
-    QByteArray signature;
-};
-
-bool verifyBare(const Signed &item)
-{
-    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(), &EVP_MD_CTX_free);
-    EVP_PKEY_CTX *keyContext = nullptr;
-    if (EVP_DigestVerifyInit(context.get(), &keyContext, EVP_sha256(), nullptr, item.key) != 1 ||
-        EVP_PKEY_CTX_set_rsa_padding(keyContext, RSA_PKCS1_PSS_PADDING) != 1 ||
-        EVP_PKEY_CTX_set_rsa_mgf1_md(keyContext, EVP_sha256()) != 1 ||
-        EVP_PKEY_CTX_set_rsa_pss_saltlen(keyContext, 32) != 1) {
-        return false;
-    }
-    return EVP_DigestVerify(context.get(),
-                            reinterpret_cast<const unsigned char *>(item.signature.constData()),
-                            size_t(item.signature.size()),
-                            reinterpret_cast<const unsigned char *>(item.message.constData()),
-                            size_t(item.message.size())) == 1;
-}
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
+    QFile file(folder.filePath(QLatin1String(entry)));
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-// What a restore cannot avoid: the profile's files read and parsed, and every signature checked.
+// What a restore cannot avoid: the profile's files read and parsed, and every signature checked on
+// keys and canonical bytes prepared before.
 struct RestoreFloor
 {
+    struct Signed
+    {
+        EVP_PKEY *key;
+        QByteArray message;
+        QByteArray signature;
+    };
     QDir folder;
-    std::vector<Key> keys;
+    std::vector<bench::Key> keys;
     std::vector<Signed> items;
 
     explicit RestoreFloor(const QDir &profileFolder)
         : folder(profileFolder)
     {
-        const QJsonArray chain =
-            QJsonDocument::fromJson(readFile(folder.filePath(QStringLiteral("identity")))).array();
-        const QJsonArray resources =
-            QJsonDocument::fromJson(readFile(folder.filePath(QStringLiteral("resources")))).array();
-        keys.emplace_back(readPublicKey(
-            vn::account::AccountConfiguration::rootIdentity().value(QLatin1String("publicKey")).toString()));
-        for (const QJsonValue &link : chain) {
-            add(link.toObject(), keys.back().get());
-            keys.emplace_back(readPublicKey(link.toObject().value(QLatin1String("publicKey")).toString()));
+        const auto add = [this](const QJsonValue &value) {
+            const QJsonObject object = value.toObject();
+            items.push_back(
+                {keys.back().get(), vn::crypto::JsonSignature::signedBytes(object),
+                 QByteArray::fromBase64(object.value(QLatin1String("signature")).toString().toLatin1())});
+        };
+        keys.push_back(bench::readPublicKey(vn::account::AccountConfiguration::rootIdentity()
+                                                .value(QLatin1String("publicKey"))
+                                                .toString()
+                                                .toLatin1()));
+        for (const QJsonValue &link : QJsonDocument::fromJson(readFile(folder, "identity")).array()) {
+            add(link);
+            keys.push_back(bench::readPublicKey(
+                link.toObject().value(QLatin1String("publicKey")).toString().toLatin1()));
         }
-        for (const QJsonValue &resource : resources) {
-            add(resource.toObject(), keys.back().get());
+        for (const QJsonValue &resource : QJsonDocument::fromJson(readFile(folder, "resources")).array()) {
+            add(resource);
         }
-    }
-
-    void add(const QJsonObject &object, EVP_PKEY *key)
-    {
-        items.push_back(
-            {key, vn::crypto::JsonSignature::signedBytes(object),
-             QByteArray::fromBase64(object.value(QLatin1String("signature")).toString().toLatin1())});
     }
 
     void run() const
     {
         for (const char *entry : {"clientId", "clientKey", "accessToken"}) {
-            sink += readFile(folder.filePath(QLatin1String(entry))).size();
+            bench::sink += readFile(folder, entry).size();
         }
         for (const char *entry : {"sessionInfo", "consumerInfo"}) {
-            sink += QJsonDocument::fromJson(readFile(folder.filePath(QLatin1String(entry)))).object().size();
+            bench::sink += QJsonDocument::fromJson(readFile(folder, entry)).object().size();
         }
         for (const char *entry : {"identity", "resources"}) {
-            sink += QJsonDocument::fromJson(readFile(folder.filePath(QLatin1String(entry)))).array().size();
+            bench::sink += QJsonDocument::fromJson(readFile(folder, entry)).array().size();
         }
         for (const Signed &item : items) {
-            sink += verifyBare(item) ? 1 : 0;
+            bench::sink += bench::verifyPss(item.key, item.message, item.signature);
         }
     }
 };
@@ -241,8 +188,7 @@ struct RestoreFloor
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
-    const int idleSeconds = argc > 1 ? std::max(1, atoi(argv[1])) : 60;
-    const int rounds = argc > 2 ? std::max(1, atoi(argv[2])) : 15;
+    const int idleSeconds = bench::option(argc, argv, "--idle-seconds", 10);
 
     QTemporaryDir folder;
     if (!folder.isValid()) {
@@ -258,15 +204,16 @@ int main(int argc, char *argv[])
     scenarioFile.close();
 
     const QString configuration = folder.filePath(QStringLiteral("account.json"));
-    QProcess service;
+    QProcess serviceProcess;
+    service = &serviceProcess;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("QT_LOGGING_RULES"),
                        QStringLiteral("vantro.devservice.request.info=false"));
-    service.setProcessEnvironment(environment);
-    service.start(QStringLiteral(DEVSERVICE_PROGRAM),
-                  {QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--scenario"),
-                   scenarioFile.fileName(), QStringLiteral("--write-config"), configuration});
-    if (!service.waitForReadyRead(300000) || !service.readLine().startsWith("listening on")) {
+    service->setProcessEnvironment(environment);
+    service->start(QStringLiteral(DEVSERVICE_PROGRAM),
+                   {QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--scenario"),
+                    scenarioFile.fileName(), QStringLiteral("--write-config"), configuration});
+    if (!service->waitForReadyRead(300000) || !service->readLine().startsWith("listening on")) {
         fail("the development service did not start");
     }
     qputenv("VANTRO_ACCOUNT_CONFIG", QFile::encodeName(configuration));
@@ -294,48 +241,30 @@ int main(int argc, char *argv[])
     QObject::connect(request, &vn::Request::finished, instance,
                      &vn::account::AccountInstance::processResourcesUpdate);
     const QList<vn::account::Resource *> before = account->resourceList();
-    std::vector<double> handler;
-    std::vector<double> parse;
-    for (int round = -3; round < 40; ++round) {
-        double start = threadCpuMicroseconds();
-        Q_EMIT request->finished();
-        const double handlerTime = threadCpuMicroseconds() - start;
-        start = threadCpuMicroseconds();
-        sink += QJsonDocument::fromJson(request->rawResponse()).array().size();
-        const double parseTime = threadCpuMicroseconds() - start;
-        if (round >= 0) {
-            handler.push_back(handlerTime);
-            parse.push_back(parseTime);
-        }
-    }
+    bench::compare("accountcore/refresh",
+                   {"handler of 1000 unchanged resources", [&] { Q_EMIT request->finished(); }},
+                   {"JSON parse",
+                    [&] { bench::sink += QJsonDocument::fromJson(request->rawResponse()).array().size(); }},
+                   {40, 1, 3}, 2.0);
     if (account->resourceList() != before) {
         fail("an unchanged refresh replaced resources");
     }
 
     // Restore: every Account gone, then the first one made again, alternating with the floor.
-    const QDir profileFolder(folder.filePath(QStringLiteral("profiles/bench")));
     account.reset();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    const RestoreFloor floor(profileFolder);
-    std::vector<double> restore;
-    std::vector<double> bare;
-    for (int round = -2; round < rounds; ++round) {
-        double start = threadCpuMicroseconds();
-        account = std::make_unique<Account>();
-        const double restoreTime = threadCpuMicroseconds() - start;
-        if (account->status() != Account::Connected || account->resourceList().size() != ResourceCount) {
-            fail("the restore lost resources");
-        }
-        account.reset();
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        start = threadCpuMicroseconds();
-        floor.run();
-        const double bareTime = threadCpuMicroseconds() - start;
-        if (round >= 0) {
-            restore.push_back(restoreTime);
-            bare.push_back(bareTime);
-        }
-    }
+    const RestoreFloor floor(QDir(folder.filePath(QStringLiteral("profiles/bench"))));
+    bench::compare("accountcore/restore",
+                   {"Account(), 3 links + 1000 resources", [&] { account = std::make_unique<Account>(); }},
+                   {"files + JSON + bare OpenSSL verify", [&] { floor.run(); }},
+                   {bench::option(argc, argv, "--rounds", 15), 1, 2}, 1.5, [&] {
+                       if (account->status() != Account::Connected ||
+                           account->resourceList().size() != ResourceCount) {
+                           fail("the restore lost resources");
+                       }
+                       account.reset();
+                       QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+                   });
 
     // Idle: a connected account after its first refresh, left to its timer.
     account = std::make_unique<Account>();
@@ -344,23 +273,15 @@ int main(int argc, char *argv[])
     QTimer::singleShot(idleSeconds * 1000, &application, &QCoreApplication::quit);
     application.exec();
     const double idlePercent = (processCpuSeconds() - cpuBefore) / idleSeconds * 100.0;
+    bench::figure("accountcore/idle",
+                  qPrintable(QStringLiteral("connected account over %1 s").arg(idleSeconds)), idlePercent,
+                  "% of one core", 0.1);
 
     account->logout();
     waitUntil([&] { return account->status() == Account::Disconnected; }, 10000);
     account.reset();
-    service.terminate();
-    service.waitForFinished(10000);
-
-    const double restoreMedian = median(restore);
-    const double bareMedian = median(bare);
-    const double handlerMedian = median(handler);
-    const double parseMedian = median(parse);
-    std::printf("restore (3 links, %d resources), median of %d: Account %.0f us, files + JSON + bare OpenSSL "
-                "verify %.0f us, ratio %.2f\n",
-                ResourceCount, rounds, restoreMedian, bareMedian, restoreMedian / bareMedian);
-    std::printf(
-        "refresh of %d unchanged resources, median of 40: handler %.0f us, JSON parse %.0f us, ratio %.2f\n",
-        ResourceCount, handlerMedian, parseMedian, handlerMedian / parseMedian);
-    std::printf("idle connected account over %d s: %.3f %% of one core\n", idleSeconds, idlePercent);
-    return sink > 0 ? 0 : 1;
+    service->terminate();
+    service->waitForFinished(10000);
+    service = nullptr;
+    return 0;
 }

@@ -1,8 +1,10 @@
 // Restores the entries that a connected account keeps (token, session, consumer, an identity chain
 // of three links and 1,000 resource records) through Profile, and compares the time with a bare
-// QFile::readAll plus QJsonDocument::fromJson of the same files. Prints the medians and their ratio.
+// QFile::readAll plus QJsonDocument::fromJson of the same files, on the wall clock.
 //
-//   bench_profilerestore [rounds]
+//   bench_profilerestore [--rounds N, default 200]
+
+#include "benchsupport.h"
 
 #include <VantroAccount/accesstoken.h>
 #include <VantroAccount/account.h>
@@ -10,20 +12,13 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QUuid>
-
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <vector>
 
 using vn::account::AccessToken;
 using vn::account::Account;
@@ -64,51 +59,49 @@ QString publicKeyPem(int keyBits)
     return QString::fromLatin1(pem + "-----END PUBLIC KEY-----\n");
 }
 
+QJsonObject json(const QString &text)
+{
+    return QJsonDocument::fromJson(text.toUtf8()).object();
+}
+
 QJsonObject payloadFor(int index)
 {
+    const QString number = QString::number(index);
     switch (index % 4) {
     case 0:
-        return {{QStringLiteral("server"), QStringLiteral("https://db%1.example.net:8443/").arg(index)},
-                {QStringLiteral("name"), QStringLiteral("inventory-%1").arg(index)},
-                {QStringLiteral("authoringOptions"),
-                 QJsonObject{{QStringLiteral("readOnly"), index % 3 == 0},
-                             {QStringLiteral("pageSize"), 50},
-                             {QStringLiteral("locale"), QStringLiteral("de_DE")}}}};
+        return json(
+            QStringLiteral(R"({"server": "https://db%1.example.net:8443/", "name": "inventory-%1",)"
+                           R"( "authoringOptions": {"readOnly": %2, "pageSize": 50, "locale": "de_DE"}})")
+                .arg(number, QLatin1String(index % 3 ? "false" : "true")));
     case 1:
-        return {{QStringLiteral("type"), QStringLiteral("basic")},
-                {QStringLiteral("realm"), QStringLiteral("db%1.example.net").arg(index - 1)},
-                {QStringLiteral("credentials"),
-                 QJsonObject{{QStringLiteral("user"), QStringLiteral("device-%1").arg(index)},
-                             {QStringLiteral("password"), QString::fromLatin1(randomBytes(24).toBase64())}}}};
+        return json(
+            QStringLiteral(R"({"type": "basic", "realm": "db%1.example.net",)"
+                           R"( "credentials": {"user": "device-%2", "password": "%3"}})")
+                .arg(QString::number(index - 1), number, QString::fromLatin1(randomBytes(24).toBase64())));
     case 2:
-        return {{QStringLiteral("type"), QStringLiteral("oauth1")},
-                {QStringLiteral("realm"), QStringLiteral("files%1.example.net").arg(index)},
-                {QStringLiteral("credentials"),
-                 QJsonObject{{QStringLiteral("consumerKey"), uuid()},
-                             {QStringLiteral("consumerSecret"), QString::fromLatin1(randomBytes(32).toHex())},
-                             {QStringLiteral("token"), uuid()},
-                             {QStringLiteral("tokenSecret"), QString::fromLatin1(randomBytes(32).toHex())}}}};
+        return json(
+            QStringLiteral(
+                R"({"type": "oauth1", "realm": "files%1.example.net", "credentials":)"
+                R"( {"consumerKey": "%2", "consumerSecret": "%3", "token": "%4", "tokenSecret": "%5"}})")
+                .arg(number, uuid(), QString::fromLatin1(randomBytes(32).toHex()), uuid(),
+                     QString::fromLatin1(randomBytes(32).toHex())));
     default:
-        return {{QStringLiteral("url"), QStringLiteral("https://service%1.example.net/api/").arg(index)},
-                {QStringLiteral("service"), QStringLiteral("reports-%1").arg(index)}};
+        return json(
+            QStringLiteral(R"({"url": "https://service%1.example.net/api/", "service": "reports-%1"})")
+                .arg(number));
     }
 }
 
 const char *const resourceTypes[] = {"vantro.resource.Database", "vantro.resource.DeviceCredentials",
                                      "vantro.resource.AuthorCredentials", "vantro.resource.Service"};
+const QStringList objectEntries{QStringLiteral("sessionInfo"), QStringLiteral("consumerInfo")};
+const QStringList arrayEntries{QStringLiteral("identity"), QStringLiteral("resources")};
+const QString tokenEntry = QStringLiteral("accessToken");
 
-struct Entries
+void writeConnectedAccount(Profile &profile)
 {
-    QStringList jsonObjects;
-    QStringList jsonArrays;
-    QString token;
-};
-
-Entries writeConnectedAccount(Profile &profile)
-{
-    const QString rootId = uuid();
     QJsonArray identities;
-    QString parent = rootId;
+    QString parent = uuid();
     for (int link = 0; link < 3; ++link) {
         const QString id = uuid();
         identities.append(QJsonObject{{QStringLiteral("id"), id},
@@ -127,56 +120,29 @@ Entries writeConnectedAccount(Profile &profile)
                                      {QStringLiteral("signature"), signature(3072)},
                                      {QStringLiteral("payload"), payloadFor(index)}});
     }
-    QJsonArray permissions;
-    for (int flags : {0x11, 0x13, 0x21, 0x41, 0x47, 0x20001}) {
-        permissions.append(flags);
-    }
-    const QJsonObject consumer{
-        {QStringLiteral("id"), uuid()},
-        {QStringLiteral("name"), QStringLiteral("Ada Example")},
-        {QStringLiteral("email"), QStringLiteral("ada@example.net")},
-        {QStringLiteral("permissions"), permissions},
-        {QStringLiteral("roles"), QJsonArray{QStringLiteral("author"), QStringLiteral("reviewer")}}};
-    const QJsonObject session{{QStringLiteral("id"), uuid()},
-                              {QStringLiteral("hostInfo"), QStringLiteral("workstation.example.net")},
-                              {QStringLiteral("since"), QStringLiteral("2024-03-01T10:00:00Z")}};
-    const QByteArray claims = QJsonDocument(QJsonObject{{QStringLiteral("iss"), QStringLiteral("account")},
-                                                        {QStringLiteral("sub"), uuid()},
-                                                        {QStringLiteral("aud"), QStringLiteral("api")},
-                                                        {QStringLiteral("iat"), 1709287200},
-                                                        {QStringLiteral("exp"), 1709290800}})
-                                  .toJson(QJsonDocument::Compact);
+    const QJsonObject consumer = json(
+        QStringLiteral(R"({"id": "%1", "name": "Ada Example", "email": "ada@example.net",)"
+                       R"( "permissions": [17, 19, 33, 65, 71, 131073], "roles": ["author", "reviewer"]})")
+            .arg(uuid()));
+    const QJsonObject session =
+        json(QStringLiteral(
+                 R"({"id": "%1", "hostInfo": "workstation.example.net", "since": "2024-03-01T10:00:00Z"})")
+                 .arg(uuid()));
+    const QByteArray claims =
+        QStringLiteral(R"({"aud":"api","exp":1709290800,"iat":1709287200,"iss":"account","sub":"%1"})")
+            .arg(uuid())
+            .toUtf8();
     const QString token =
         QStringLiteral("eyJ0eXAiOiJKV1QiLCJhbGciOiJSUzI1NiJ9.") +
         QString::fromLatin1(claims.toBase64(QByteArray::OmitTrailingEquals)) + QLatin1Char('.') +
         QString::fromLatin1(
             randomBytes(256).toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals));
 
-    bool written = profile.write(QStringLiteral("accessToken"), AccessToken(token));
-    written &= profile.write(QStringLiteral("sessionInfo"), session);
-    written &= profile.write(QStringLiteral("consumerInfo"), consumer);
-    written &= profile.write(QStringLiteral("identity"), identities);
-    written &= profile.write(QStringLiteral("resources"), resources);
+    bool written = profile.write(tokenEntry, AccessToken(token));
+    written &= profile.write(objectEntries[0], session) && profile.write(objectEntries[1], consumer);
+    written &= profile.write(arrayEntries[0], identities) && profile.write(arrayEntries[1], resources);
     if (!written) {
-        std::fprintf(stderr, "could not write the profile\n");
-        std::exit(1);
-    }
-    return {{QStringLiteral("sessionInfo"), QStringLiteral("consumerInfo")},
-            {QStringLiteral("identity"), QStringLiteral("resources")},
-            QStringLiteral("accessToken")};
-}
-
-// Every parsed value feeds this, so the optimiser cannot drop a read.
-qint64 sink = 0;
-
-void restoreThroughProfile(const Profile &profile, const Entries &entries)
-{
-    sink += QByteArray(profile.readToken(entries.token)).size();
-    for (const QString &entry : entries.jsonObjects) {
-        sink += profile.readObject(entry).size();
-    }
-    for (const QString &entry : entries.jsonArrays) {
-        sink += profile.readArray(entry).size();
+        bench::fail("profilerestore", "could not write the profile");
     }
 }
 
@@ -186,68 +152,44 @@ QByteArray readFile(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-void restoreBare(const QDir &folder, const Entries &entries)
-{
-    sink += readFile(folder.absoluteFilePath(entries.token)).size();
-    for (const QString &entry : entries.jsonObjects) {
-        sink += QJsonDocument::fromJson(readFile(folder.absoluteFilePath(entry))).object().size();
-    }
-    for (const QString &entry : entries.jsonArrays) {
-        sink += QJsonDocument::fromJson(readFile(folder.absoluteFilePath(entry))).array().size();
-    }
-}
-
-double median(std::vector<qint64> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2] / 1000.0;
-}
-
 } // namespace
 
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
-    const int rounds = argc > 1 ? std::max(1, QByteArray(argv[1]).toInt()) : 200;
-
     QTemporaryDir location;
     if (!location.isValid()) {
-        std::fprintf(stderr, "no temporary folder\n");
-        return 1;
+        bench::fail("profilerestore", "no temporary folder");
     }
     qputenv("VANTRO_PROFILE_LOCATION", QFile::encodeName(location.path()));
     application.setProperty("profile", QStringLiteral("bench"));
     Profile &profile = Account::profile();
-    const Entries entries = writeConnectedAccount(profile);
+    writeConnectedAccount(profile);
     const QDir folder(QDir(location.path()).absoluteFilePath(profile.name()));
-
-    qint64 bytes = 0;
-    for (const QString &entry : profile.entries()) {
-        bytes += QFileInfo(folder.absoluteFilePath(entry)).size();
+    if (profile.readArray(QStringLiteral("resources")).size() != 1000) {
+        bench::fail("profilerestore", "the profile does not read back");
     }
 
-    // Alternating rounds, so that both ways see the same cache and clock conditions.
-    std::vector<qint64> throughProfile;
-    std::vector<qint64> bare;
-    QElapsedTimer timer;
-    for (int round = -5; round < rounds; ++round) {
-        timer.start();
-        restoreThroughProfile(profile, entries);
-        const qint64 profileTime = timer.nsecsElapsed();
-        timer.start();
-        restoreBare(folder, entries);
-        const qint64 bareTime = timer.nsecsElapsed();
-        if (round >= 0) {
-            throughProfile.push_back(profileTime);
-            bare.push_back(bareTime);
+    const auto throughProfile = [&profile] {
+        bench::sink += QByteArray(profile.readToken(tokenEntry)).size();
+        for (const QString &entry : objectEntries) {
+            bench::sink += profile.readObject(entry).size();
         }
-    }
-
-    const double profileMedian = median(throughProfile);
-    const double bareMedian = median(bare);
-    std::printf("profile restore (%d entries, %lld bytes), median of %d rounds: Profile %.1f us, "
-                "QFile::readAll + QJsonDocument::fromJson %.1f us, ratio %.3f\n",
-                int(profile.entries().size()), static_cast<long long>(bytes), rounds, profileMedian,
-                bareMedian, profileMedian / bareMedian);
-    return sink > 0 ? 0 : 1;
+        for (const QString &entry : arrayEntries) {
+            bench::sink += profile.readArray(entry).size();
+        }
+    };
+    const auto bare = [&folder] {
+        bench::sink += readFile(folder.absoluteFilePath(tokenEntry)).size();
+        for (const QString &entry : objectEntries) {
+            bench::sink += QJsonDocument::fromJson(readFile(folder.absoluteFilePath(entry))).object().size();
+        }
+        for (const QString &entry : arrayEntries) {
+            bench::sink += QJsonDocument::fromJson(readFile(folder.absoluteFilePath(entry))).array().size();
+        }
+    };
+    bench::compare("profilerestore", {"Profile", throughProfile},
+                   {"QFile::readAll + QJsonDocument::fromJson", bare},
+                   {bench::option(argc, argv, "--rounds", 200), 1, 5, bench::Clock::Wall}, 1.1);
+    return 0;
 }
