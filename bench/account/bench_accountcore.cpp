@@ -245,7 +245,7 @@ int main(int argc, char *argv[])
                    {"handler of 1000 unchanged resources", [&] { Q_EMIT request->finished(); }},
                    {"JSON parse",
                     [&] { bench::sink += QJsonDocument::fromJson(request->rawResponse()).array().size(); }},
-                   {40, 1, 3}, 2.0);
+                   {40, 1, 3}, 1.5);
     if (account->resourceList() != before) {
         fail("an unchanged refresh replaced resources");
     }
@@ -257,7 +257,7 @@ int main(int argc, char *argv[])
     bench::compare("accountcore/restore",
                    {"Account(), 3 links + 1000 resources", [&] { account = std::make_unique<Account>(); }},
                    {"files + JSON + bare OpenSSL verify", [&] { floor.run(); }},
-                   {bench::option(argc, argv, "--rounds", 15), 1, 2}, 1.5, [&] {
+                   {bench::option(argc, argv, "--rounds", 15), 1, 2}, 1.25, [&] {
                        if (account->status() != Account::Connected ||
                            account->resourceList().size() != ResourceCount) {
                            fail("the restore lost resources");

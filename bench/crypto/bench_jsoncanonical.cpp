@@ -48,6 +48,6 @@ int main()
         "jsoncanonical",
         {"JsonCanonical::serialize", [&] { bench::sink += JsonCanonical::serialize(object).size(); }},
         {"QJsonDocument::toJson(Compact)", [&] { bench::sink += doc.toJson(QJsonDocument::Compact).size(); }},
-        {40, 10}, 1.0);
+        {40, 10}, 2.0);
     return 0;
 }
