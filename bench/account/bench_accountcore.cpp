@@ -33,7 +33,6 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTimer>
-#include <QUuid>
 
 #include <sys/resource.h>
 
@@ -48,8 +47,6 @@ namespace {
 constexpr int ResourceCount = 1000;
 const QString UserName = QStringLiteral("bench");
 const QString Password = QStringLiteral("bench-password");
-const char *const ResourceTypes[] = {"vantro.resource.Database", "vantro.resource.AuthorCredentials",
-                                     "vantro.resource.DeviceCredentials", "vantro.resource.Service"};
 
 QProcess *service = nullptr;
 
@@ -98,28 +95,7 @@ QJsonObject scenario()
                  R"({"users": [{"username": "%1", "password": "%2"}], "identities": [{"id": "organisation",)"
                  R"( "bits": 3072}, {"id": "department", "bits": 3072}, {"id": "account", "bits": 3072}]})")
                  .arg(UserName, Password));
-    QJsonArray resources;
-    for (int index = 0; index < ResourceCount; ++index) {
-        const QString number = QString::number(index);
-        const QString secret = QUuid::createUuid().toString();
-        const QString payloads[] = {
-            QStringLiteral(R"({"server": "https://db%1.example.net/", "name": "inventory-%1",)"
-                           R"( "authoringOptions": {"pageSize": 50}})")
-                .arg(number),
-            QStringLiteral(
-                R"({"type": "bearer", "realm": "files%1.example.net", "credentials": {"token": "%2"}})")
-                .arg(number, secret),
-            QStringLiteral(R"({"type": "basic", "realm": "db%1.example.net",)"
-                           R"( "credentials": {"userName": "device-%1", "password": "%2"}})")
-                .arg(number, secret),
-            QStringLiteral(R"({"url": "https://service%1.example.net/", "service": "reports-%1"})")
-                .arg(number)};
-        resources.append(
-            QJsonObject{{QStringLiteral("id"), QUuid::createUuid().toString(QUuid::WithoutBraces)},
-                        {QStringLiteral("type"), QLatin1String(ResourceTypes[index % 4])},
-                        {QStringLiteral("payload"), json(payloads[index % 4])}});
-    }
-    scenario.insert(QStringLiteral("resources"), resources);
+    scenario.insert(QStringLiteral("resources"), bench::resourceRecords(ResourceCount));
     return scenario;
 }
 

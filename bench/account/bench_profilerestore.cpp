@@ -1,6 +1,6 @@
 // Restores the entries that a connected account keeps (token, session, consumer, an identity chain
-// of three links and 1,000 resource records) through Profile, and compares the time with a bare
-// QFile::readAll plus QJsonDocument::fromJson of the same files, on the wall clock.
+// of three links and 1,000 resource records, about 1 MB in all) through Profile, and compares the
+// time with a bare QFile::readAll plus QJsonDocument::fromJson of the same files, on the wall clock.
 //
 //   bench_profilerestore [--rounds N, default 200]
 
@@ -20,43 +20,27 @@
 #include <QTemporaryDir>
 #include <QUuid>
 
-using vn::account::AccessToken;
-using vn::account::Account;
 using vn::account::Profile;
 
 namespace {
 
-QRandomGenerator random(20240301);
+const QString TokenEntry = QStringLiteral("accessToken");
+const QStringList ObjectEntries{QStringLiteral("sessionInfo"), QStringLiteral("consumerInfo")};
+const QStringList ArrayEntries{QStringLiteral("identity"), QStringLiteral("resources")};
 
 QString uuid()
 {
     return QUuid::createUuid().toString(QUuid::WithoutBraces);
 }
 
-QByteArray randomBytes(int count)
+// Base64 text of random bytes, as long as the signatures and keys that the service writes.
+QString randomBase64(int bytes, QByteArray::Base64Options options = QByteArray::Base64Encoding)
 {
-    QByteArray bytes(count, Qt::Uninitialized);
-    for (char &byte : bytes) {
-        byte = char(random.bounded(256));
+    QByteArray data(bytes, Qt::Uninitialized);
+    for (char &byte : data) {
+        byte = char(QRandomGenerator::global()->bounded(256));
     }
-    return bytes;
-}
-
-// Base64 text of a signature of the given key size, as the service writes it.
-QString signature(int keyBits)
-{
-    return QString::fromLatin1(randomBytes(keyBits / 8).toBase64());
-}
-
-// PEM text of the shape of an RSA public key of the given size.
-QString publicKeyPem(int keyBits)
-{
-    const QByteArray body = randomBytes(keyBits / 8 + 38).toBase64();
-    QByteArray pem = "-----BEGIN PUBLIC KEY-----\n";
-    for (int at = 0; at < body.size(); at += 64) {
-        pem += body.mid(at, 64) + '\n';
-    }
-    return QString::fromLatin1(pem + "-----END PUBLIC KEY-----\n");
+    return QString::fromLatin1(data.toBase64(options));
 }
 
 QJsonObject json(const QString &text)
@@ -64,86 +48,52 @@ QJsonObject json(const QString &text)
     return QJsonDocument::fromJson(text.toUtf8()).object();
 }
 
-QJsonObject payloadFor(int index)
+// Only the size and shape matter here: restoring reads the entries, it verifies nothing.
+bool writeConnectedAccount(Profile &profile)
 {
-    const QString number = QString::number(index);
-    switch (index % 4) {
-    case 0:
-        return json(
-            QStringLiteral(R"({"server": "https://db%1.example.net:8443/", "name": "inventory-%1",)"
-                           R"( "authoringOptions": {"readOnly": %2, "pageSize": 50, "locale": "de_DE"}})")
-                .arg(number, QLatin1String(index % 3 ? "false" : "true")));
-    case 1:
-        return json(
-            QStringLiteral(R"({"type": "basic", "realm": "db%1.example.net",)"
-                           R"( "credentials": {"user": "device-%2", "password": "%3"}})")
-                .arg(QString::number(index - 1), number, QString::fromLatin1(randomBytes(24).toBase64())));
-    case 2:
-        return json(
-            QStringLiteral(
-                R"({"type": "oauth1", "realm": "files%1.example.net", "credentials":)"
-                R"( {"consumerKey": "%2", "consumerSecret": "%3", "token": "%4", "tokenSecret": "%5"}})")
-                .arg(number, uuid(), QString::fromLatin1(randomBytes(32).toHex()), uuid(),
-                     QString::fromLatin1(randomBytes(32).toHex())));
-    default:
-        return json(
-            QStringLiteral(R"({"url": "https://service%1.example.net/api/", "service": "reports-%1"})")
-                .arg(number));
-    }
-}
-
-const char *const resourceTypes[] = {"vantro.resource.Database", "vantro.resource.DeviceCredentials",
-                                     "vantro.resource.AuthorCredentials", "vantro.resource.Service"};
-const QStringList objectEntries{QStringLiteral("sessionInfo"), QStringLiteral("consumerInfo")};
-const QStringList arrayEntries{QStringLiteral("identity"), QStringLiteral("resources")};
-const QString tokenEntry = QStringLiteral("accessToken");
-
-void writeConnectedAccount(Profile &profile)
-{
+    // Three links, each with a 3072-bit key and signed by the link above it (the first by the
+    // 4096-bit root); the last one issued the resources.
     QJsonArray identities;
     QString parent = uuid();
     for (int link = 0; link < 3; ++link) {
         const QString id = uuid();
-        identities.append(QJsonObject{{QStringLiteral("id"), id},
-                                      {QStringLiteral("name"), QStringLiteral("Identity %1").arg(link)},
-                                      {QStringLiteral("publicKey"), publicKeyPem(3072)},
-                                      {QStringLiteral("parent"), parent},
-                                      {QStringLiteral("signature"), signature(link == 0 ? 4096 : 3072)}});
+        identities.append(
+            QJsonObject{{QStringLiteral("id"), id},
+                        {QStringLiteral("name"), QStringLiteral("Identity %1").arg(link)},
+                        {QStringLiteral("publicKey"),
+                         QStringLiteral("-----BEGIN PUBLIC KEY-----\n%1\n-----END PUBLIC KEY-----\n")
+                             .arg(randomBase64(422))},
+                        {QStringLiteral("parent"), parent},
+                        {QStringLiteral("signature"), randomBase64(link == 0 ? 512 : 384)}});
         parent = id;
     }
-    QJsonArray resources;
-    for (int index = 0; index < 1000; ++index) {
-        resources.append(QJsonObject{{QStringLiteral("id"), uuid()},
-                                     {QStringLiteral("type"), QLatin1String(resourceTypes[index % 4])},
-                                     {QStringLiteral("owner"), parent},
-                                     {QStringLiteral("issuer"), parent},
-                                     {QStringLiteral("signature"), signature(3072)},
-                                     {QStringLiteral("payload"), payloadFor(index)}});
+    QJsonArray resources = bench::resourceRecords(1000);
+    for (QJsonValueRef record : resources) {
+        QJsonObject issued = record.toObject();
+        issued.insert(QStringLiteral("owner"), parent);
+        issued.insert(QStringLiteral("issuer"), parent);
+        issued.insert(QStringLiteral("signature"), randomBase64(384));
+        record = issued;
     }
-    const QJsonObject consumer = json(
-        QStringLiteral(R"({"id": "%1", "name": "Ada Example", "email": "ada@example.net",)"
-                       R"( "permissions": [17, 19, 33, 65, 71, 131073], "roles": ["author", "reviewer"]})")
-            .arg(uuid()));
     const QJsonObject session =
         json(QStringLiteral(
                  R"({"id": "%1", "hostInfo": "workstation.example.net", "since": "2024-03-01T10:00:00Z"})")
                  .arg(uuid()));
+    const QJsonObject consumer = json(
+        QStringLiteral(R"({"id": "%1", "name": "Ada Example", "email": "ada@example.net",)"
+                       R"( "permissions": [17, 19, 33, 65, 71, 131073], "roles": ["author", "reviewer"]})")
+            .arg(uuid()));
     const QByteArray claims =
         QStringLiteral(R"({"aud":"api","exp":1709290800,"iat":1709287200,"iss":"account","sub":"%1"})")
             .arg(uuid())
             .toUtf8();
-    const QString token =
-        QStringLiteral("eyJ0eXAiOiJKV1QiLCJhbGciOiJSUzI1NiJ9.") +
-        QString::fromLatin1(claims.toBase64(QByteArray::OmitTrailingEquals)) + QLatin1Char('.') +
-        QString::fromLatin1(
-            randomBytes(256).toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals));
+    const QByteArray::Base64Options url = QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals;
+    const QString token = QStringLiteral("eyJ0eXAiOiJKV1QiLCJhbGciOiJSUzI1NiJ9.%1.%2")
+                              .arg(QString::fromLatin1(claims.toBase64(url)), randomBase64(256, url));
 
-    bool written = profile.write(tokenEntry, AccessToken(token));
-    written &= profile.write(objectEntries[0], session) && profile.write(objectEntries[1], consumer);
-    written &= profile.write(arrayEntries[0], identities) && profile.write(arrayEntries[1], resources);
-    if (!written) {
-        bench::fail("profilerestore", "could not write the profile");
-    }
+    return profile.write(TokenEntry, vn::account::AccessToken(token)) &&
+           profile.write(ObjectEntries[0], session) && profile.write(ObjectEntries[1], consumer) &&
+           profile.write(ArrayEntries[0], identities) && profile.write(ArrayEntries[1], resources);
 }
 
 QByteArray readFile(const QString &path)
@@ -163,28 +113,27 @@ int main(int argc, char *argv[])
     }
     qputenv("VANTRO_PROFILE_LOCATION", QFile::encodeName(location.path()));
     application.setProperty("profile", QStringLiteral("bench"));
-    Profile &profile = Account::profile();
-    writeConnectedAccount(profile);
-    const QDir folder(QDir(location.path()).absoluteFilePath(profile.name()));
-    if (profile.readArray(QStringLiteral("resources")).size() != 1000) {
-        bench::fail("profilerestore", "the profile does not read back");
+    Profile &profile = vn::account::Account::profile();
+    if (!writeConnectedAccount(profile) || profile.readArray(ArrayEntries[1]).size() != 1000) {
+        bench::fail("profilerestore", "the profile does not write and read back");
     }
+    const QDir folder(QDir(location.path()).absoluteFilePath(profile.name()));
 
     const auto throughProfile = [&profile] {
-        bench::sink += QByteArray(profile.readToken(tokenEntry)).size();
-        for (const QString &entry : objectEntries) {
+        bench::sink += QByteArray(profile.readToken(TokenEntry)).size();
+        for (const QString &entry : ObjectEntries) {
             bench::sink += profile.readObject(entry).size();
         }
-        for (const QString &entry : arrayEntries) {
+        for (const QString &entry : ArrayEntries) {
             bench::sink += profile.readArray(entry).size();
         }
     };
     const auto bare = [&folder] {
-        bench::sink += readFile(folder.absoluteFilePath(tokenEntry)).size();
-        for (const QString &entry : objectEntries) {
+        bench::sink += readFile(folder.absoluteFilePath(TokenEntry)).size();
+        for (const QString &entry : ObjectEntries) {
             bench::sink += QJsonDocument::fromJson(readFile(folder.absoluteFilePath(entry))).object().size();
         }
-        for (const QString &entry : arrayEntries) {
+        for (const QString &entry : ArrayEntries) {
             bench::sink += QJsonDocument::fromJson(readFile(folder.absoluteFilePath(entry))).array().size();
         }
     };

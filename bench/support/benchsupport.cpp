@@ -1,5 +1,9 @@
 #include "benchsupport.h"
 
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QUuid>
+
 #include <openssl/core_names.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
@@ -109,6 +113,34 @@ void fail(const char *name, const char *what)
     std::fflush(stdout);
     std::fprintf(stderr, "bench %s: FAILED: %s\n", name, what);
     std::exit(1);
+}
+
+QJsonArray resourceRecords(int count)
+{
+    static const char *const types[] = {"vantro.resource.Database", "vantro.resource.AuthorCredentials",
+                                        "vantro.resource.DeviceCredentials", "vantro.resource.Service"};
+    QJsonArray records;
+    for (int index = 0; index < count; ++index) {
+        const QString number = QString::number(index);
+        const QString secret = QUuid::createUuid().toString();
+        const QString payloads[] = {
+            QStringLiteral(R"({"server": "https://db%1.example.net/", "name": "inventory-%1",)"
+                           R"( "authoringOptions": {"pageSize": 50}})")
+                .arg(number),
+            QStringLiteral(
+                R"({"type": "bearer", "realm": "files%1.example.net", "credentials": {"token": "%2"}})")
+                .arg(number, secret),
+            QStringLiteral(R"({"type": "basic", "realm": "db%1.example.net",)"
+                           R"( "credentials": {"userName": "device-%1", "password": "%2"}})")
+                .arg(number, secret),
+            QStringLiteral(R"({"url": "https://service%1.example.net/", "service": "reports-%1"})")
+                .arg(number)};
+        records.append(QJsonObject{
+            {QStringLiteral("id"), QUuid::createUuid().toString(QUuid::WithoutBraces)},
+            {QStringLiteral("type"), QLatin1String(types[index % 4])},
+            {QStringLiteral("payload"), QJsonDocument::fromJson(payloads[index % 4].toUtf8()).object()}});
+    }
+    return records;
 }
 
 Key readPublicKey(const QByteArray &pem)

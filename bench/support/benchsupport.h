@@ -9,6 +9,7 @@
 // A missed goal adds "GOAL MISSED" to its line: a finding, not a failure of the benchmark.
 
 #include <QByteArray>
+#include <QJsonArray>
 
 #include <openssl/types.h>
 
@@ -48,6 +49,12 @@ void figure(const char *name, const char *subject, double value, const char *uni
 /// The number after @p option on the command line ("--rounds 20"), or @p fallback.
 int option(int argc, char *argv[], const char *option, int fallback);
 [[noreturn]] void fail(const char *name, const char *what);
+
+/// @p count resource records as the account service keeps them before it signs them: "id", "type"
+/// (a database, author credentials, device credentials and a service, in turn) and a "payload" of
+/// that type, each credential with a secret of its own. The account benchmarks restore and refresh
+/// these.
+QJsonArray resourceRecords(int count);
 
 // The bare OpenSSL calls that floors are made of. verifyPss() checks RSASSA-PSS with SHA-256 and a
 // 32-byte salt, as signed JSON is signed.
