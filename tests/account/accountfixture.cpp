@@ -6,7 +6,6 @@
 #include <VantroAccount/profile.h>
 
 #include <QLoggingCategory>
-#include <QSignalSpy>
 #include <QTest>
 
 using vn::account::Account;
@@ -17,8 +16,11 @@ const QSet<QString> AccountFixture::ClientIdentity{QStringLiteral("clientId"), Q
 
 bool AccountFixture::start(double timeScale, const QString &basePath)
 {
+    // A line for every request served, every request warning and every refusal of a forged resource
+    // would bury the lines of a failure.
     QLoggingCategory::setFilterRules(QStringLiteral("vantro.devservice.request.info=false\n"
-                                                    "vantro.request.warning=false"));
+                                                    "vantro.request.warning=false\n"
+                                                    "vantro.account.resource.critical=false"));
     vn::account::TimeScale::setFactor(timeScale);
     service.setBasePath(basePath);
     const QString configuration = folder.filePath(QStringLiteral("account.json"));
@@ -33,34 +35,23 @@ bool AccountFixture::start(double timeScale, const QString &basePath)
     return true;
 }
 
-Account::Error AccountFixture::login(Account &account, bool persistent, const QString &userName,
-                                     const QString &password)
-{
-    vn::account::CredentialAuthenticator authenticator;
-    authenticator.setUserName(userName);
-    authenticator.setPassword(password);
-    authenticator.setPersistent(persistent);
-    QSignalSpy errors(&account, &Account::error);
-    account.login(&authenticator);
-    // An account still connecting after this shows in the status the caller checks.
-    (void)QTest::qWaitFor([&account] { return account.status() != Account::Connecting; }, 10000);
-    return errors.isEmpty() ? Account::NoError : errors.constLast().at(0).value<Account::Error>();
-}
-
 bool AccountFixture::connect(Account &account, bool persistent)
 {
-    return login(account, persistent) == Account::NoError &&
-           QTest::qWaitFor(
-               [&account] {
-                   return account.consumer() && account.identity() && !account.resourceList().isEmpty();
-               },
-               10000);
+    vn::account::CredentialAuthenticator authenticator;
+    authenticator.setUserName(Ada);
+    authenticator.setPassword(AdaPassword);
+    authenticator.setPersistent(persistent);
+    account.login(&authenticator);
+    return QTest::qWaitFor(
+        [&account] { return account.consumer() && account.identity() && !account.resourceList().isEmpty(); },
+        10000);
 }
 
-bool AccountFixture::logout(Account &account)
+bool AccountFixture::isSignedOut(const Account &account)
 {
-    account.logout();
-    return QTest::qWaitFor([&account] { return account.status() == Account::Disconnected; }, 10000);
+    return account.status() == Account::Disconnected && !account.isOnline() && !account.consumer() &&
+           !account.identity() && !account.session() && account.resourceList().isEmpty() &&
+           !account.accessToken().isValid() && profileEntries() == ClientIdentity;
 }
 
 QSet<QString> AccountFixture::profileEntries()
@@ -69,15 +60,15 @@ QSet<QString> AccountFixture::profileEntries()
     return QSet<QString>(entries.cbegin(), entries.cend());
 }
 
-void AccountFixture::addFault(const QString &path, const QByteArray &method, int status, int delay)
+void AccountFixture::addFault(const QString &path, const QByteArray &method, int status, int count)
 {
     vn::devservice::Fault fault;
     fault.path = QStringLiteral("api/v1/") + path;
     fault.method = method;
     fault.status = qMax(status, 0);
     fault.dropConnection = status == Dropped;
-    fault.count = status == Dropped ? 2 : 1;
-    fault.delay = delay;
+    fault.malformedBody = status == Malformed;
+    fault.count = status == Dropped ? 2 * count : count;
     service.addFault(fault);
 }
 

@@ -5,7 +5,6 @@
 #include <VantroAccount/account.h>
 
 #include <QSet>
-#include <QString>
 #include <QTemporaryDir>
 
 // The development service in-process for the account tests, and the steps they all take.
@@ -15,26 +14,21 @@ struct AccountFixture
     static const QString AdaPassword;
     /// What a sign-out leaves in the profile.
     static const QSet<QString> ClientIdentity;
-    /// A fault status that drops the connection instead.
+    /// A fault status that drops the connection instead (Qt then sends the request once more).
     static constexpr int Dropped = -1;
+    /// A fault status that serves the request with a body that is not JSON.
+    static constexpr int Malformed = -2;
 
-    /// Serves the demo scenario below @p basePath on a free port, points the account configuration
-    /// at it and runs the account's schedule @p timeScale times as fast. Clears the profile but for
-    /// the client's identity, whose key is slow to make.
+    /// Serves the demo below @p basePath on a free port for the account configuration, runs the
+    /// account's schedule @p timeScale times as fast and clears the profile but the client's identity.
     bool start(double timeScale, const QString &basePath = QString());
-
-    /// Logs in; the error the account reported once it is no longer connecting.
-    static vn::account::Account::Error login(vn::account::Account &account, bool persistent = true,
-                                             const QString &userName = Ada,
-                                             const QString &password = AdaPassword);
     /// Logs in as Ada and waits until the refresh has brought consumer, identity and resources.
-    static bool connect(vn::account::Account &account, bool persistent = true);
-    static bool logout(vn::account::Account &account);
+    static bool connect(vn::account::Account &account, bool persistent);
+    /// Disconnected with nothing left: no data, no token, no profile entry but the client's identity.
+    static bool isSignedOut(const vn::account::Account &account);
     static QSet<QString> profileEntries();
-
-    /// The next request (two, for a dropped connection: Qt sends once more) to "api/v1/" + @p path
-    /// gets @p status, after @p delay milliseconds; status 0 serves it.
-    void addFault(const QString &path, const QByteArray &method, int status, int delay = 0);
+    /// The next @p count requests to "api/v1/" + @p path get @p status (0 serves them).
+    void addFault(const QString &path, const QByteArray &method, int status, int count = 1);
     /// How many received requests with @p method have a path ending in @p pathEnd.
     int countRequests(const QByteArray &method, const QByteArray &pathEnd) const;
 
