@@ -65,6 +65,16 @@ bool isLoopback(const std::string &address)
     return host.isLoopback() || (isMappedV4 && v4.isLoopback());
 }
 
+bool isKnownMethod(const std::string &method)
+{
+    for (const char *known : {"GET", "HEAD", "POST", "PUT", "PATCH", "DELETE", "OPTIONS"}) {
+        if (method == known) {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool isWildcard(const QString &address)
 {
     const QHostAddress host(address);
@@ -166,13 +176,16 @@ void DevServicePrivate::configure(httplib::Server &server)
         const qint64 elapsed = currentRequest.started ? currentRequest.timer.elapsed() : 0;
         currentRequest.started = false;
         const QByteArray path = QByteArray::fromStdString(request.path).left(MaximumLoggedPathLength);
+        // A request line that did not parse leaves its first word as the method: on a connection
+        // whose framing went wrong that word is a piece of some body, possibly a credential.
+        const char *const method = isKnownMethod(request.method) ? request.method.c_str() : "-";
         if (currentRequest.dropped) {
-            qCInfo(lcDevServiceRequest, "%s %s dropped %lld ms", request.method.c_str(), path.constData(),
-                   elapsed);
+            qCInfo(lcDevServiceRequest, "%s %s dropped %lld ms", method, path.constData(), elapsed);
         } else {
-            qCInfo(lcDevServiceRequest, "%s %s %d %lld ms", request.method.c_str(), path.constData(),
-                   response.status, elapsed);
+            qCInfo(lcDevServiceRequest, "%s %s %d %lld ms", method, path.constData(), response.status,
+                   elapsed);
         }
+        currentRequest.dropped = false;
     });
     const auto handler = [this](const httplib::Request &request, httplib::Response &response) {
         serve(request, response);
