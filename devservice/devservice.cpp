@@ -156,10 +156,21 @@ void DevServicePrivate::configure(httplib::Server &server)
         QMutexLocker locker(&mutex);
         server.set_payload_max_length(size_t(maximumBodySize));
     }
-    server.set_pre_routing_handler([](const httplib::Request &request, httplib::Response &) {
+    server.set_pre_routing_handler([](const httplib::Request &request, httplib::Response &response) {
         currentRequest.timer.start();
         currentRequest.started = true;
         currentRequest.dropped = false;
+        // The HTTP layer holds a body to the size limit only when its Content-Length announces
+        // it: a chunked body would be read into memory however large it grows. No client of this
+        // service sends one. An answer alone would leave the unread chunks on the connection, to be
+        // parsed (and logged) as further requests, so the connection is ended unread instead.
+        if (request.has_header("Transfer-Encoding")) {
+            currentRequest.dropped = true;
+            SocketControl::shutDownConnection(request.local_addr, request.local_port, request.remote_addr,
+                                              request.remote_port);
+            response.status = 411;
+            return httplib::Server::HandlerResponse::Handled;
+        }
         // Qt writes a request's headers and body separately and leaves Nagle's algorithm on: the
         // body waits for the acknowledgement of the headers, which the kernel would delay by up to
         // 40 ms. Acknowledging at once keeps a POST as quick as a GET.
