@@ -123,7 +123,7 @@ QJsonObject AccountReport::status(Account &account)
                        {QStringLiteral("signedIn"), account.status() == Account::Connected},
                        {QStringLiteral("online"), account.isOnline()},
                        {QStringLiteral("clientId"), account.clientId()},
-                       {QStringLiteral("serviceUrl"), account.serviceUrl().toString()}};
+                       {QStringLiteral("serviceUrl"), account.serviceUrl().toString(QUrl::RemoveUserInfo)}};
 
     const vn::account::Session *session = account.session();
     report.insert(

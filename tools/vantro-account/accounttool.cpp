@@ -92,7 +92,8 @@ Environment:
 
 QString serviceName(Account &account)
 {
-    return account.serviceUrl().toString();
+    // User information in the address would be a credential; messages name the service without it.
+    return account.serviceUrl().toString(QUrl::RemoveUserInfo);
 }
 
 /// Login ids go into a URL path: only plain characters, so that an id never reaches another path.
