@@ -5,6 +5,7 @@
 
 #include <QJsonArray>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -45,9 +46,12 @@ QByteArray openssl(const QStringList &arguments, const QByteArray &input = QByte
     process.closeWriteChannel();
     const bool success = process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit &&
                          process.exitCode() == 0;
-    if (!success)
-        qWarning("openssl %s failed: %s", qPrintable(arguments.join(' ')),
-                 process.readAllStandardError().data());
+    if (!success) {
+        // The passphrase goes on the command line; it stays out of the test's output.
+        QStringList shown = arguments;
+        shown.replaceInStrings(QRegularExpression(QStringLiteral("^pass:.*")), QStringLiteral("pass:..."));
+        qWarning("openssl %s failed: %s", qPrintable(shown.join(' ')), process.readAllStandardError().data());
+    }
     if (ok)
         *ok = success;
     return process.readAllStandardOutput();
