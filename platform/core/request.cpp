@@ -279,6 +279,12 @@ bool RequestPrivate::handleRedirect(int status)
         return true;
     }
 
+    // A body written for one origin (a login's password, say) is never handed to another one.
+    if ((status == 307 || status == 308) && !hopBody.isEmpty() && !sameOrigin(request.url(), target)) {
+        fail(QNetworkReply::InsecureRedirectError,
+             QStringLiteral("refused to send the request body on to another origin"));
+        return true;
+    }
     if (status <= 303 && hopMethod != GetMethod && hopMethod != HeadMethod) {
         hopMethod = GetMethod;
         hopBody.clear();

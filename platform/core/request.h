@@ -34,8 +34,9 @@ class RequestPrivate;
 /// Redirects are followed here, up to 10 hops: each hop is a fresh request built from the caller's
 /// QNetworkRequest with the new URL and sent through the same manager, so that whatever the manager
 /// adds (credentials) is decided for each origin anew. 301/302/303 turn any method but GET into a
-/// GET without body; 307/308 keep method and body. A redirect from https to http, or to another
-/// scheme, fails. On a hop to another origin, caller-set Authorization and Cookie headers are dropped.
+/// GET without body; 307/308 keep method and body, but a 307/308 that would carry a body to another
+/// origin fails. A redirect from https to http, or to another scheme, fails. On a hop to another
+/// origin, caller-set Authorization and Cookie headers are dropped.
 /// Only http and https URLs are served.
 class VANTRO_EXPORT Request : public QObject
 {

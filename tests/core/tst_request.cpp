@@ -108,7 +108,7 @@ private Q_SLOTS:
         row("303 turns POST into GET", postObject, json, "GET", {}, 303);
         row("307 keeps POST and body", postObject, json, "POST", compact, 307);
         row("308 keeps POST and body", postObject, json, "POST", compact, 308);
-        row("307 to another origin", postObject, json, "POST", compact, 307, true);
+        row("303 to another origin", postObject, json, "GET", {}, 303, true);
     }
 
     void exchanges()
@@ -225,6 +225,22 @@ private Q_SLOTS:
             QCOMPARE(g_logged.size(), warns ? 1 : 0);
             QVERIFY(!g_logged.join(QLatin1Char('\n')).contains(QLatin1String("secret")));
         }
+    }
+
+    void bodyStaysWithItsOrigin()
+    {
+        const QUrl echo = m_other.url(QStringLiteral("/echo"));
+        QUrl url = m_server.url(QStringLiteral("/hop"));
+        url.setQuery(QStringLiteral("code=307&to=%1").arg(echo.toString()));
+        QNetworkRequest networkRequest(url);
+        networkRequest.setHeader(QNetworkRequest::ContentTypeHeader, QByteArray("application/json"));
+        auto *request = new vn::PostRequest(networkRequest, &m_network, QJsonObject{{"password", "secret"}},
+                                            m_owner.get());
+        request->setSuppressErrors(true);
+        QVERIFY(finishesOnce(request));
+        QCOMPARE(request->responseCode(), 0);
+        QCOMPARE(request->error(), QNetworkReply::InsecureRedirectError);
+        QCOMPARE(m_other.requestCount(), 0);
     }
 
     void abortAndOwnership_data()
