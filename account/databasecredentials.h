@@ -17,8 +17,8 @@ class DatabaseCredentialsPrivate;
 /// For exactly as long as the object lives, the matching authorization is registered with the
 /// platform's authorization registry, so every request to the realm is authorised without further
 /// work. Registration does not wait for a valid signature: the account core decides which resources
-/// it keeps. Internal to the library.
-class DatabaseCredentials : public Resource
+/// it keeps. Internal to the library; exported so that the QML module can name the type.
+class VANTROACCOUNT_EXPORT DatabaseCredentials : public Resource
 {
     Q_OBJECT
     Q_PROPERTY(QString credentialType READ credentialType CONSTANT)
