@@ -3,6 +3,12 @@
 set(VANTRO_GENERATED_INCLUDE_DIR ${PROJECT_BINARY_DIR}/include)
 set(VANTRO_CMAKE_INSTALL_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/VantroAccount)
 
+# Installed programs and libraries find the project's libraries relative to themselves, so a prefix
+# works wherever it is installed or moved to, without LD_LIBRARY_PATH: a program in bin/ looks in
+# ../lib, a library next to itself. (The QML plugin, further down, sets its own.)
+file(RELATIVE_PATH VANTRO_BIN_TO_LIB /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${CMAKE_INSTALL_LIBDIR})
+set(CMAKE_INSTALL_RPATH "$ORIGIN/${VANTRO_BIN_TO_LIB};$ORIGIN")
+
 # vantro_add_library(<target> EXPORT_NAME <Name> HEADER_DIR <Folder>
 #                    SOURCES ... PUBLIC_HEADERS ... [PUBLIC_LIBS ...] [PRIVATE_LIBS ...])
 #

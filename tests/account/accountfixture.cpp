@@ -3,12 +3,54 @@
 #include "timescale_p.h"
 
 #include <VantroAccount/credentialauthenticator.h>
+#include <VantroAccount/passwordreset.h>
 #include <VantroAccount/profile.h>
 
 #include <QLoggingCategory>
+#include <QNetworkAccessManager>
+#include <QQmlNetworkAccessManagerFactory>
 #include <QTest>
 
 using vn::account::Account;
+
+namespace {
+
+class ResetRedirect : public QNetworkAccessManager
+{
+public:
+    ResetRedirect(const QUrl &target, QObject *parent)
+        : QNetworkAccessManager(parent)
+        , m_target(target)
+    {}
+
+protected:
+    QNetworkReply *createRequest(Operation operation, const QNetworkRequest &request,
+                                 QIODevice *body) override
+    {
+        QNetworkRequest redirected = request;
+        if (request.url() == vn::account::PasswordReset::url()) {
+            redirected.setUrl(m_target);
+        }
+        return QNetworkAccessManager::createRequest(operation, redirected, body);
+    }
+
+private:
+    const QUrl m_target;
+};
+
+class ResetRedirectFactory : public QQmlNetworkAccessManagerFactory
+{
+public:
+    explicit ResetRedirectFactory(const QUrl &target)
+        : m_target(target)
+    {}
+    QNetworkAccessManager *create(QObject *parent) override { return new ResetRedirect(m_target, parent); }
+
+private:
+    const QUrl m_target;
+};
+
+} // namespace
 
 const QString AccountFixture::Ada = QStringLiteral("ada@example.com");
 const QString AccountFixture::AdaPassword = QStringLiteral("ada-demo-password");
@@ -78,4 +120,10 @@ int AccountFixture::countRequests(const QByteArray &method, const QByteArray &pa
     return int(std::count_if(journal.cbegin(), journal.cend(), [&](const auto &request) {
         return request.method == method && request.path.endsWith(pathEnd);
     }));
+}
+
+std::unique_ptr<QQmlNetworkAccessManagerFactory> AccountFixture::resetRedirect() const
+{
+    return std::make_unique<ResetRedirectFactory>(
+        service.url().resolved(QUrl(QStringLiteral("api/v1/password-reset"))));
 }

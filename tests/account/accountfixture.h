@@ -7,6 +7,10 @@
 #include <QSet>
 #include <QTemporaryDir>
 
+#include <memory>
+
+#include <QQmlNetworkAccessManagerFactory>
+
 // The development service in-process for the account tests, and the steps they all take.
 struct AccountFixture
 {
@@ -31,6 +35,9 @@ struct AccountFixture
     void addFault(const QString &path, const QByteArray &method, int status, int count = 1);
     /// How many received requests with @p method have a path ending in @p pathEnd.
     int countRequests(const QByteArray &method, const QByteArray &pathEnd) const;
+    /// Managers for a QML engine that send what goes to the password-reset address, which is fixed
+    /// when the library is built, to this service instead, as an application's proxy would.
+    std::unique_ptr<QQmlNetworkAccessManagerFactory> resetRedirect() const;
 
     vn::devservice::DevService service;
     QTemporaryDir folder;
