@@ -51,4 +51,18 @@ bool Authorization::isSecureOrLoopback(const QUrl &url)
     return !address.isNull() && address.isLoopback();
 }
 
+QString Authorization::originHost(const QUrl &url)
+{
+    const QString host = url.host(QUrl::FullyDecoded).toLower();
+    if (host.isEmpty()) {
+        return QString();
+    }
+    const int defaultPort = url.scheme() == QLatin1String("https") ? 443 : 80;
+    const QString port = QString::number(url.port(defaultPort));
+    if (host.contains(QLatin1Char(':'))) {
+        return QLatin1Char('[') + host + QLatin1String("]:") + port;
+    }
+    return host + QLatin1Char(':') + port;
+}
+
 } // namespace vn::network

@@ -34,6 +34,10 @@ public:
     /// The scheme rule alone: https, or http to a loopback host.
     static bool isSecureOrLoopback(const QUrl &url);
 
+    /// The host entry that binds a credential to the origin of @p url: its host with its effective
+    /// port ("127.0.0.1:8421", "[::1]:8080", "example.com:443").
+    static QString originHost(const QUrl &url);
+
 private:
     Q_DISABLE_COPY(Authorization)
     QStringList m_hosts;
