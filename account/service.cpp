@@ -30,11 +30,6 @@ QJsonValue withoutToken(QJsonValue body)
 
 } // namespace
 
-qint64 ServicePrivate::retryDelay() const
-{
-    return qMin(FirstRetryDelay << qMin(retryCount, 8), MaximumRetryDelay);
-}
-
 void ServicePrivate::scheduleNext(qint64 milliseconds)
 {
     deadline.setRemainingTime(TimeScale::delay(milliseconds), Qt::CoarseTimer);
@@ -42,7 +37,7 @@ void ServicePrivate::scheduleNext(qint64 milliseconds)
 
 void ServicePrivate::retryLater()
 {
-    scheduleNext(retryDelay());
+    scheduleNext(retryDelay(retryCount));
     ++retryCount;
 }
 

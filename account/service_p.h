@@ -31,8 +31,12 @@ public:
 
     void requestToken();
     void setStatus(Service::Status newStatus);
-    /// The wait after a failed attempt: 5 s, doubled with each failure before it, at most 15 min.
-    qint64 retryDelay() const;
+    /// The wait after a failed attempt when @p failures attempts failed before it: 5 s, doubled
+    /// with each, at most 15 min.
+    static constexpr qint64 retryDelay(int failures)
+    {
+        return qMin(FirstRetryDelay << qMin(failures, 8), MaximumRetryDelay);
+    }
     /// Nothing is checked or attempted for @p milliseconds (on the account's time scale).
     void scheduleNext(qint64 milliseconds);
     /// After a failed attempt: the next one after retryDelay(), one failure more counted.
