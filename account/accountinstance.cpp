@@ -180,7 +180,8 @@ void AccountInstancePrivate::setStatus(Account::Status newStatus)
 void AccountInstancePrivate::registerAuthorization()
 {
     authorization.reset();
-    const QStringList hosts{AccountConfiguration::serviceUrl().host(QUrl::FullyDecoded)};
+    // Bound to the service's origin: another port of the same host is another service.
+    const QStringList hosts{network::Authorization::originHost(AccountConfiguration::serviceUrl())};
     authorization =
         network::AuthorizationHandle(network::AuthorizationRegistry::instance()->add(
                                          new network::BearerAuthorization(hosts, QByteArray(accessToken))),
