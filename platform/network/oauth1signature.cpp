@@ -43,8 +43,9 @@ void appendFormParameters(const QByteArray &form, EncodedParameters &into)
 
 // Section 3.4.1.2: scheme and host in lower case, the port only when it is not the scheme's own,
 // and the path as it goes on the request line. Qt writes that line from the fully encoded URL with
-// its dot segments resolved and an empty path as "/"; QUrl has already brought the escapes into
-// the normal form of RFC 3986 (upper-case hex digits, unreserved characters unescaped).
+// QUrl::NormalizePathSegments and an empty path as "/", and so does this: whatever that makes of
+// dot segments, the server sees the same. QUrl has already brought the escapes into the normal
+// form of RFC 3986 (upper-case hex digits, unreserved characters unescaped).
 QByteArray baseStringUri(const QUrl &url)
 {
     const QByteArray scheme = url.scheme().toLower().toLatin1();
