@@ -43,7 +43,8 @@ class TestService : public QObject
 
     Service *service(const QString &name) const
     {
-        for (vn::account::Resource *resource : m_account->findResources(QStringLiteral("vantro.resource.Service"))) {
+        for (vn::account::Resource *resource :
+             m_account->findResources(QStringLiteral("vantro.resource.Service"))) {
             auto *service = qobject_cast<Service *>(resource);
             if (service && service->name() == name) {
                 return service;
@@ -63,8 +64,9 @@ class TestService : public QObject
         QPointer<vn::GetRequest> request = Account().getRequest(url);
         request->setSuppressErrors(true);
         QPair<int, QJsonObject> answer{-1, {}};
-        QObject::connect(request.data(), &vn::Request::finished, request.data(),
-                         [&] { answer = {request->responseCode(), request->responseObject()}; });
+        QObject::connect(request.data(), &vn::Request::finished, request.data(), [&] {
+            answer = {request->responseCode(), request->responseObject()};
+        });
         static_cast<void>(QTest::qWaitFor([&answer] { return answer.first >= 0; }, 5000));
         return answer;
     }
@@ -191,16 +193,19 @@ private slots:
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QString>("logged");
         QTest::addColumn<bool>("stuck");
-        QTest::newRow("401") << 401 << QByteArray() << "Failed to retrieve service token for%1 with code 401: "
-                                                       "QJsonValue(object, QJsonObject({\"error\":\"injected fault\"}))"
+        QTest::newRow("401") << 401 << QByteArray()
+                             << "Failed to retrieve service token for%1 with code 401: "
+                                "QJsonValue(object, QJsonObject({\"error\":\"injected fault\"}))"
                              << false;
-        QTest::newRow("success that is not JSON") << 200 << QByteArray("token=abc")
-                                                  << "Failed to parse token response 4 \"illegal value\"" << true;
-        QTest::newRow("not a compact token")
-            << 200 << QByteArray(R"({"token": "opaque"})") << "Successful token request returned invalid token" << false;
+        QTest::newRow("success that is not JSON")
+            << 200 << QByteArray("token=abc") << "Failed to parse token response 4 \"illegal value\"" << true;
+        QTest::newRow("not a compact token") << 200 << QByteArray(R"({"token": "opaque"})")
+                                             << "Successful token request returned invalid token" << false;
         // {"alg":"RS256","typ":"JWT"} . {"exp":1000,"aud":"demo-files"} . (signature)
         QTest::newRow("expired token")
-            << 200 << QByteArray(R"({"token": "eyJhbGciOiJSUzI1NiIsInR5cCI6IkpXVCJ9.eyJleHAiOjEwMDAsImF1ZCI6ImRlbW8tZmlsZXMifQ.c2ln"})")
+            << 200
+            << QByteArray(
+                   R"({"token": "eyJhbGciOiJSUzI1NiIsInR5cCI6IkpXVCJ9.eyJleHAiOjEwMDAsImF1ZCI6ImRlbW8tZmlsZXMifQ.c2ln"})")
             << "Successful token request returned invalid token" << false;
     }
 
@@ -228,7 +233,8 @@ private slots:
         QCOMPARE(s_serviceCriticals.first(), logged.arg(files->uuid()));
         // Attempts at 0, 5, 15, 35, 75, 155 ms on the fast clock: backing off, never every tick.
         const int attempts = tokenRequests(files);
-        QVERIFY2(stuck ? attempts == 1 : attempts >= 3 && attempts <= 7, qPrintable(QString::number(attempts)));
+        QVERIFY2(stuck ? attempts == 1 : attempts >= 3 && attempts <= 7,
+                 qPrintable(QString::number(attempts)));
 
         m_fixture.service.clearFaults();
         if (stuck) {
@@ -246,7 +252,8 @@ private slots:
         Service *files = service(QStringLiteral("demo-files"));
         m_fixture.service.setServiceTokenLifetime(120);
         const auto restore = qScopeGuard([this] {
-            m_fixture.service.setServiceTokenLifetime(vn::devservice::DevService::DefaultServiceTokenLifetime);
+            m_fixture.service.setServiceTokenLifetime(
+                vn::devservice::DevService::DefaultServiceTokenLifetime);
         });
         m_fixture.service.clearJournal();
         files->enable();
