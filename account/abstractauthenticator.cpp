@@ -56,4 +56,18 @@ bool AbstractAuthenticator::persistent() const
     return d->persistent;
 }
 
+AbstractAuthenticator::Status AbstractAuthenticator::statusForResponseCode(int code)
+{
+    if (code == 401 || code == 403) {
+        return AuthenticationFailed;
+    }
+    if (code < 400) {
+        return ServiceUnavailable;
+    }
+    if (code >= 500) {
+        return ServiceFailure;
+    }
+    return RequestFailed;
+}
+
 } // namespace vn::account

@@ -73,6 +73,11 @@ Q_SIGNALS:
 protected:
     QNetworkAccessManager *network() const;
 
+    /// The outcome of a login that the service answered with HTTP @p code other than 200: 401 and
+    /// 403 refuse the login, other 4xx the request, 5xx is the service's failure, and anything
+    /// below 400 (0 included: no answer) leaves the service unavailable.
+    static Status statusForResponseCode(int code);
+
 private:
     Q_DISABLE_COPY(AbstractAuthenticator)
     Q_DECLARE_PRIVATE(AbstractAuthenticator)

@@ -9,6 +9,7 @@
 #include "logging_p.h"
 #include "profile.h"
 #include "resource.h"
+#include "service.h"
 #include "session.h"
 #include "timescale_p.h"
 
@@ -54,8 +55,7 @@ void registerResourceTypes()
     Resource::registerType<Database>("vantro.resource.Database");
     Resource::registerType<DatabaseCredentials>("vantro.resource.AuthorCredentials");
     Resource::registerType<DatabaseCredentials>("vantro.resource.DeviceCredentials");
-    // TODO(service): register "vantro.resource.Service" as Service here once the service resource
-    // exists; until then service records stay plain, verified Resource objects.
+    Resource::registerType<Service>("vantro.resource.Service");
 }
 
 const char *networkErrorName(QNetworkReply::NetworkError error)
@@ -180,7 +180,9 @@ void AccountInstancePrivate::setStatus(Account::Status newStatus)
 void AccountInstancePrivate::registerAuthorization()
 {
     authorization.reset();
-    const QStringList hosts{AccountConfiguration::serviceUrl().host(QUrl::FullyDecoded)};
+    // Bound to the service's origin: a service on another port of the same host never sees the
+    // account's token, nor takes over its header.
+    const QStringList hosts{network::Authorization::originHost(AccountConfiguration::serviceUrl())};
     authorization =
         network::AuthorizationHandle(network::AuthorizationRegistry::instance()->add(
                                          new network::BearerAuthorization(hosts, QByteArray(accessToken))),
@@ -715,6 +717,11 @@ QUrl AccountInstance::resolveUrl(const QUrl &url)
 GetRequest *AccountInstance::getRequest(const QUrl &url) const
 {
     return new GetRequest(QNetworkRequest(resolveUrl(url)), d->network);
+}
+
+GetRequest *AccountInstance::getRequest(const QNetworkRequest &request) const
+{
+    return new GetRequest(request, d->network);
 }
 
 PostRequest *AccountInstance::postRequest(const QUrl &url, const QJsonObject &body) const

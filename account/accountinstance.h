@@ -15,6 +15,7 @@
 #include <memory>
 
 class QNetworkAccessManager;
+class QNetworkRequest;
 class QUrl;
 
 namespace vn {
@@ -90,6 +91,8 @@ public:
     // Requests to the account service. Each is new, without a QObject parent (so it deletes itself
     // once finished() has been delivered), and sent when control returns to the event loop.
     vn::GetRequest *getRequest(const QUrl &url) const;
+    /// A GET of @p request exactly as it is: nothing is resolved or added.
+    vn::GetRequest *getRequest(const QNetworkRequest &request) const;
     vn::PostRequest *postRequest(const QUrl &url, const QJsonObject &body) const;
     vn::PostRequest *postRequest(const QUrl &url, const QJsonArray &body) const;
     vn::PutRequest *putRequest(const QUrl &url, const QJsonObject &body) const;

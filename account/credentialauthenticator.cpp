@@ -12,25 +12,6 @@
 
 namespace vn::account {
 
-namespace {
-
-// Everything but 200 is a failure; which one tells the user whether retrying can help.
-AbstractAuthenticator::Status statusForCode(int code)
-{
-    if (code == 401 || code == 403) {
-        return AbstractAuthenticator::AuthenticationFailed;
-    }
-    if (code < 400) {
-        return AbstractAuthenticator::ServiceUnavailable;
-    }
-    if (code >= 500) {
-        return AbstractAuthenticator::ServiceFailure;
-    }
-    return AbstractAuthenticator::RequestFailed;
-}
-
-} // namespace
-
 CredentialAuthenticator::CredentialAuthenticator(QObject *parent)
     : AbstractAuthenticator(parent)
     , d(std::make_unique<CredentialAuthenticatorPrivate>(this))
@@ -112,7 +93,7 @@ void CredentialAuthenticator::processResponse()
         setPassword(QString());
         Q_EMIT finished(Success, AccessToken(answer));
     } else {
-        Q_EMIT finished(statusForCode(code), AccessToken());
+        Q_EMIT finished(statusForResponseCode(code), AccessToken());
     }
     if (alive) {
         d->request = nullptr;

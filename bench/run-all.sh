@@ -13,7 +13,7 @@ case "${1:-}" in
 *) echo "usage: bench/run-all.sh [--full]" >&2 && exit 2 ;;
 esac
 benchmarks=(bench_jsoncanonical bench_jsonsignature bench_keys bench_identitychain bench_profilerestore
-    bench_accountcore bench_devservice_login bench_devservice_throughput)
+    bench_accountcore bench_services bench_devservice_login bench_devservice_throughput)
 
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
@@ -28,7 +28,7 @@ echo "== each subject against its floor in the same run; ratio = subject / floor
 status=0
 for benchmark in "${benchmarks[@]}"; do
     arguments=()
-    [ "$benchmark" = bench_accountcore ] && arguments=(--idle-seconds "$idle")
+    case "$benchmark" in bench_accountcore | bench_services) arguments=(--idle-seconds "$idle") ;; esac
     "build/release/bench/$benchmark" "${arguments[@]}" 2>"$log" || {
         code=$?
         echo "FAILED: $benchmark exited with $code"

@@ -300,6 +300,8 @@ void DevServicePrivate::serve(const httplib::Request &request, httplib::Response
     }
     if (fault && fault->malformedBody) {
         answer.body = MalformedBody;
+    } else if (fault && !fault->body.isEmpty()) {
+        answer.body = fault->body;
     }
     write(response, answer);
 }

@@ -32,6 +32,9 @@ QJsonObject Fault::toJson() const
     if (!method.isEmpty()) {
         object.insert(QStringLiteral("method"), QString::fromLatin1(method));
     }
+    if (!body.isEmpty()) {
+        object.insert(QStringLiteral("body"), QString::fromUtf8(body));
+    }
     return object;
 }
 
@@ -89,6 +92,11 @@ Fault Fault::fromJson(const QJsonObject &object, QString *errorMessage)
         !boolean("dropConnection", &fault.dropConnection)) {
         return fail("\"malformedBody\" and \"dropConnection\" must be booleans");
     }
+    const QJsonValue body = object.value(QLatin1String("body"));
+    if (!body.isUndefined() && !body.isString()) {
+        return fail("\"body\" must be a string");
+    }
+    fault.body = body.toString().toUtf8();
     if (!fault.isValid()) {
         return fail("\"count\" must be at least 1, \"status\" from 100 to 599 and \"delay\" at most 60000");
     }

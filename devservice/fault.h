@@ -24,6 +24,9 @@ struct Fault
     int delay = 0;
     /// Replace the answer's body by text that is not valid JSON (the status stays).
     bool malformedBody = false;
+    /// Replace the answer's body by these bytes (the status stays), for answers of the wrong shape;
+    /// empty leaves the body alone.
+    QByteArray body = QByteArray();
     /// Close the connection without any answer.
     bool dropConnection = false;
 
@@ -33,7 +36,7 @@ struct Fault
     bool matches(const QByteArray &requestMethod, const QString &requestPath) const;
 
     /// The admin interface's form: "path", "method", "count", "status", "delay" (milliseconds),
-    /// "malformedBody", "dropConnection"; only "path" is required.
+    /// "malformedBody", "body" (text), "dropConnection"; only "path" is required.
     QJsonObject toJson() const;
     /// Reads the admin form; on a missing or wrongly typed member the result is not valid and
     /// @p errorMessage says why.

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The main job: install what the build needs, build the release preset, start the development
 # account service with its demo scenario on a free port, and walk through a whole session with
-# vantro-account: sign in, status, resources, logins, sign out. Everything happens in a temporary
+# vantro-account: sign in with a password, status, resources, services and a request through a
+# service's own token, logins, sign out, then sign in as a device with its key. Everything happens in a temporary
 # folder with a profile location of its own, so no real profile is touched. Exits 0 only when every
 # step behaved as expected, the refusals included.
 set -euo pipefail
@@ -98,18 +99,34 @@ heading "5. The account's logins; * marks this client's own"
 expect 0 vantro-account logins
 printed "^\* "
 
-heading "6. Sign out"
+heading "6. The account's services, and a request through a service's own token"
+expect 0 vantro-account services
+printed "demo-files http://127.0.0.1:"
+expect 0 vantro-account services get demo-files items
+printed '"service":"demo-files"'
+printed '"name":"Ada Lovelace"'
+if grep -q 'eyJ' "$work/out"; then fail "a token was printed"; fi
+
+heading "7. Sign out"
 expect 0 vantro-account logout
 [ "$(ls "$work/profiles/default")" = "$(printf 'clientId\nclientKey')" ] ||
     fail "the profile still holds more than the client's id and key"
 expect 3 vantro-account status
 printed "Disconnected"
+expect 3 vantro-account services get demo-files items
+
+heading "8. Sign in as a device with its key (the service knows its public half)"
+expect 0 vantro-account login --key devservice/keys/demo-device.pem
+printed "as Ada Lovelace <ada@example.com>"
+expect 0 vantro-account services get demo-reports summary
+printed '"service":"demo-reports"'
+expect 0 vantro-account logout
 
 stop_service
-heading "7. Signing in while the service is down"
+heading "9. Signing in while the service is down"
 expect_input 1 "$work/ada-password" vantro-account login ada@example.com --password-stdin
 
-heading "8. vantro-sign: a signed record, and a tampered one that fails"
+heading "10. vantro-sign: a signed record, and a tampered one that fails"
 cd "$work"
 expect 0 vantro-sign keygen --bits 2048 --out demo.pem --public-out demo.pub.pem
 printf '{"user": "ada@example.com", "roles": ["admin"]}\n' >record.json

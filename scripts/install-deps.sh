@@ -5,11 +5,12 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build pkg-config git
-  qtbase5-dev qtdeclarative5-dev libqt5networkauth5-dev
+  qtbase5-dev qtdeclarative5-dev
   qml-module-qttest qml-module-qtquick2 qml-module-qtquick-controls2 qtbase5-dev-tools
   libssl-dev openssl
   libcpp-httplib-dev
   clang-format
+  python3-oauthlib # the independent OAuth 1 verifier of the network tests, for /usr/bin/python3
 )
 
 missing=()

@@ -1,10 +1,6 @@
 #pragma once
 
 #include <QNetworkRequest>
-#include <QPair>
-#include <QString>
-#include <QUrlQuery>
-#include <QVector>
 
 namespace vn::network {
 
@@ -21,20 +17,6 @@ inline bool isFormEncoded(const QNetworkRequest &request)
         type.truncate(separator);
     }
     return type.trimmed().toLower() == "application/x-www-form-urlencoded";
-}
-
-/// Decodes a query string or form body the way an HTML form is read: '+' is a space, and percent
-/// escapes are UTF-8.
-inline QVector<QPair<QString, QString>> formParameters(QByteArray encoded)
-{
-    encoded.replace('+', QByteArrayLiteral("%20"));
-    QVector<QPair<QString, QString>> parameters;
-    const QUrlQuery query(QString::fromUtf8(encoded));
-    const auto items = query.queryItems(QUrl::FullyDecoded);
-    for (const auto &item : items) {
-        parameters.append(item);
-    }
-    return parameters;
 }
 
 } // namespace vn::network

@@ -14,13 +14,16 @@ private Q_SLOTS:
         QTest::addColumn<QString>("hosts"); // of the older authorization, comma-separated
         QTest::addColumn<QString>("newer"); // hosts of a newer one, if any
         QTest::addColumn<QString>("url");
-        QTest::addColumn<QString>("winner"); // whose token is written, if any
+        QTest::addColumn<QString>("winner");  // whose token is written, if any
+        QTest::addColumn<QVariant>("origin"); // Authorization::originHost(url), where the row says
 
         const auto row = [](const char *name, const char *hosts, const char *url, const char *winner,
-                            const char *newer = "") {
-            QTest::newRow(name) << hosts << newer << url << winner;
+                            const char *newer = "", const char *origin = nullptr) {
+            QTest::newRow(name) << hosts << newer << url << winner
+                                << (origin ? QVariant(QString::fromUtf8(origin)) : QVariant());
         };
-        row("https, exact host, any port", "example.com", "https://example.com:8443/x", "older");
+        row("https, exact host, any port", "example.com", "https://example.com:8443/x", "older", "",
+            "example.com:8443");
         row("registered in capitals", "API.Example.COM", "https://api.example.com/", "older");
         row("second of two hosts", "a.test,b.test", "https://b.test/", "older");
         row("subdomain", "example.com", "https://api.example.com/", "");
@@ -28,17 +31,27 @@ private Q_SLOTS:
         row("name followed by another domain", "example.com", "https://example.com.attacker.test/", "");
         row("http to a remote host", "example.com", "http://example.com/", "");
         row("http to a private address", "10.0.0.1", "http://10.0.0.1/", "");
-        row("http to 127.0.0.1", "127.0.0.1", "http://127.0.0.1:8421/api", "older");
+        row("account origin", "127.0.0.1:8421", "http://127.0.0.1:8421/api", "older", "", "127.0.0.1:8421");
+        row("account origin, next port", "127.0.0.1:8421", "http://127.0.0.1:8422/api", "");
         row("http to 127.255.255.254", "127.255.255.254", "http://127.255.255.254/", "older");
-        row("http to ::1", "::1", "http://[::1]:8080/", "older");
+        row("http to ::1, any port", "::1", "http://[::1]:8080/", "older");
+        row("[::1] with its port", "[::1]:8080", "http://[::1]:8080/", "older", "", "[::1]:8080");
+        row("[::1] on another port", "[::1]:8080", "http://[::1]:8081/", "");
+        row("port entry, another port", "example.com:8443", "https://example.com:9443/", "");
+        row("https implies 443", "example.com:443", "https://example.com/", "older", "", "example.com:443");
+        row("http implies 80", "localhost:80", "http://LocalHost/x", "older", "", "localhost:80");
+        row("80 is not https's port", "example.com:80", "https://example.com/", "");
+        row("malformed port", "example.com:https", "https://example.com/", "");
         row("http to localhost", "LocalHost", "http://localhost/", "older");
         row("http to a name starting with localhost", "localhost.example.com",
             "http://localhost.example.com/", "");
-        row("websocket to loopback", "127.0.0.1", "ws://127.0.0.1/", "");
-        row("empty host, https without host", "", "https:///x", "");
+        row("websocket to loopback", "127.0.0.1", "ws://127.0.0.1/", "", "", "");
+        row("empty host, https without host", "", "https:///x", "", "", "");
         row("newest wins", "example.com", "https://example.com/", "newer", "EXAMPLE.com");
         row("older where the newer does not match", "example.com", "https://example.com/", "older",
             "other.test");
+        row("newer for another port of the host", "127.0.0.1:8421", "http://127.0.0.1:8421/", "older",
+            "127.0.0.1:9000");
     }
 
     void decision()
@@ -47,7 +60,11 @@ private Q_SLOTS:
         QFETCH(QString, newer);
         QFETCH(QString, url);
         QFETCH(QString, winner);
+        QFETCH(QVariant, origin);
 
+        if (origin.isValid()) {
+            QCOMPARE(Authorization::originHost(QUrl(url)), origin.toString());
+        }
         AuthorizationRegistry registry;
         registry.add(new BearerAuthorization(hosts.split(QLatin1Char(',')), "older"));
         if (!newer.isEmpty()) {

@@ -6,6 +6,8 @@
 
 #include <devservice.h>
 
+#include <VantroCrypto/privatekey.h>
+
 #include <QtTest>
 
 #include <poll.h>
@@ -110,6 +112,12 @@ void TestVantroAccount::initTestCase()
     qputenv("VANTRO_PROFILE_LOCATION", QFile::encodeName(m_folder.filePath("template")));
     QCOMPARE(run({"status"}).exitCode, 3);
     QCOMPARE(QDir(m_folder.filePath("template/default")).entryList(QDir::Files), ClientEntries);
+
+    const vn::crypto::PrivateKey demoKey(readFile(DEMO_DEVICE_KEY));
+    QFile encrypted(m_folder.filePath("encrypted.pem")), unknown(m_folder.filePath("unknown.pem"));
+    QVERIFY(encrypted.open(QIODevice::WriteOnly) &&
+            encrypted.write(demoKey.toEncryptedPEM("kiosk passphrase")) > 0);
+    QVERIFY(unknown.open(QIODevice::WriteOnly) && unknown.write(vn::crypto::PrivateKey(1, 2048).toPEM()) > 0);
 }
 
 void TestVantroAccount::init()
@@ -135,6 +143,8 @@ void TestVantroAccount::cleanup()
         if (!token.isEmpty())
             secrets.append(QString::fromLatin1(token));
     }
+    // Nor a service token, or any other compact token: their header always encodes as "eyJ".
+    secrets.append(QStringLiteral("eyJhbGciOi"));
     for (const QString &secret : qAsConst(secrets)) {
         QVERIFY(secret.size() > 10);
         QVERIFY2(!m_printed.contains(secret), "a secret was printed");
@@ -209,6 +219,33 @@ void TestVantroAccount::commands_data()
     row("logout, service down", true, "down", "logout", 1, "^$",
         "^Signed out here, but .* could not be reached, so the login stays valid", false);
 
+    // Device keys: the demo's, the same encrypted, and one the service does not know.
+    const char *demoKey = "login --key " DEMO_DEVICE_KEY;
+    row("login, device key", false, "up", demoKey, 0, "^Signed in to http://\\S+ as Ada Lovelace", "", true);
+    row("login, encrypted device key", false, "up", "login --key @/encrypted.pem --passphrase-stdin", 0,
+        "as Ada Lovelace", "", true, "kiosk passphrase\n");
+    row("login, wrong passphrase", false, "up", "login --key @/encrypted.pem --passphrase-stdin", 1, "^$",
+        "^The key in \\S+encrypted.pem does not open with this passphrase", false, "kiosk\n");
+    row("login, unknown device key", false, "up", "login --key @/unknown.pem", 1, "^$",
+        "^The service refused the sign-in with the key in \\S+unknown.pem: it does not know this key", false);
+    row("login, key and user", false, "up", "login ada@example.com --key @/unknown.pem", 2, "^$",
+        "takes no user name", false);
+
+    row("services", true, "up", "services", 0,
+        "^demo-files http://127.0.0.1:\\d+/ \\(disabled\\)\n +id \\S+\ndemo-reports http://127.0.0.1:\\d+/ "
+        "\\(disabled\\)\n",
+        "", true);
+    row("services get", true, "up", "services get demo-files items/7", 0,
+        "^\\{.*\"path\":\"/items/7\".*\"service\":\"demo-files\".*\\}\n$", "", true);
+    row("services get, unknown service", true, "up", "services get demo-music items", 1, "^$",
+        "^The account has no service \"demo-music\"", true);
+    row("services get, token refused", true, "tokens/* 403 100", "services get demo-files items --wait 1", 1,
+        "^$", "issued no token for demo-files within 1 s", true);
+    row("services get, signed out", false, "up", "services get demo-files items", 3, "^$", notSignedIn,
+        false);
+    row("services get, no path", true, "up", "services get demo-files", 2, "^$",
+        "takes a service name and a path", true);
+
     row("no command", false, "up", "", 2, "^$", "^No command given.", false);
     row("unknown command", false, "up", "whoami", 2, "^$",
         "^Unknown command \"whoami\". See 'vantro-account --help'.\n$", false);
@@ -239,7 +276,9 @@ void TestVantroAccount::commands()
         QCOMPARE(client.send("DELETE", "logins/current").status, 200);
     }
 
-    const Result result = run(arguments.split(' ', Qt::SkipEmptyParts), input, service == "down");
+    const Result result =
+        run(QString(arguments).replace("@/", m_folder.path() + '/').split(' ', Qt::SkipEmptyParts), input,
+            service == "down");
     QVERIFY2(result.exitCode == exitCode, qPrintable(result.err));
     QVERIFY2(QRegularExpression(out).match(result.out).hasMatch(), qPrintable(result.out));
     // Progress lines come first; the one-sentence reason for a failure ends standard error.

@@ -6,6 +6,7 @@
 #include <VantroAccount/permission.h>
 #include <VantroAccount/profile.h>
 #include <VantroAccount/resource.h>
+#include <VantroAccount/service.h>
 #include <VantroAccount/session.h>
 
 #include <QDateTime>
@@ -163,6 +164,23 @@ QJsonArray AccountReport::resources(Account &account)
     return list;
 }
 
+QJsonArray AccountReport::services(Account &account)
+{
+    static const char *const StatusNames[] = {"disabled", "pending", "ready"};
+    QJsonArray list;
+    for (const vn::account::Resource *resource :
+         account.findResources(QStringLiteral("vantro.resource.Service"))) {
+        const auto *service = qobject_cast<const vn::account::Service *>(resource);
+        if (!service)
+            continue;
+        list.append(QJsonObject{{QStringLiteral("name"), service->name()},
+                                {QStringLiteral("url"), service->url().toString(QUrl::RemoveUserInfo)},
+                                {QStringLiteral("id"), service->uuid()},
+                                {QStringLiteral("status"), QLatin1String(StatusNames[service->status()])}});
+    }
+    return list;
+}
+
 QJsonArray AccountReport::logins(const QJsonArray &serviceLogins, const QString &currentLoginId)
 {
     QJsonArray list;
@@ -284,6 +302,20 @@ QString AccountReport::resourcesText(const QJsonArray &resources)
             report += QStringLiteral("    not shown (secret): %1\n").arg(withheld.join(QStringLiteral(", ")));
     }
     return report.isEmpty() ? QStringLiteral("No resources.\n") : report;
+}
+
+QString AccountReport::servicesText(const QJsonArray &services)
+{
+    QString report;
+    for (const QJsonValue &value : services) {
+        const QJsonObject service = value.toObject();
+        report += QStringLiteral("%1 %2 (%3)\n    id %4\n")
+                      .arg(service.value(QLatin1String("name")).toString(),
+                           service.value(QLatin1String("url")).toString(),
+                           service.value(QLatin1String("status")).toString(),
+                           service.value(QLatin1String("id")).toString());
+    }
+    return report.isEmpty() ? QStringLiteral("No services.\n") : report;
 }
 
 QString AccountReport::loginsText(const QJsonArray &logins)

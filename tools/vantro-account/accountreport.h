@@ -24,11 +24,14 @@ public:
     static QJsonObject status(vn::account::Account &account);
     /// Every resource: type, id, owner, priority, validity and the public part of its payload.
     static QJsonArray resources(vn::account::Account &account);
+    /// Every service resource: name, URL, id and status ("disabled", "pending" or "ready").
+    static QJsonArray services(vn::account::Account &account);
     /// The service's login list as id, since, host and whether it is @p currentLoginId.
     static QJsonArray logins(const QJsonArray &serviceLogins, const QString &currentLoginId);
 
     static QString statusText(const QJsonObject &status);
     static QString resourcesText(const QJsonArray &resources);
+    static QString servicesText(const QJsonArray &services);
     static QString loginsText(const QJsonArray &logins);
 
     /// @p permission as the names of its flags, lowest bit first; bits without a name are given in

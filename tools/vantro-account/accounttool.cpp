@@ -7,8 +7,10 @@
 #include <Vantro/deleterequest.h>
 #include <Vantro/getrequest.h>
 #include <VantroAccount/account.h>
+#include <VantroAccount/challengeresponseauthenticator.h>
 #include <VantroAccount/consumer.h>
 #include <VantroAccount/credentialauthenticator.h>
+#include <VantroAccount/service.h>
 #include <VantroAccount/session.h>
 
 #include <QCommandLineOption>
@@ -31,6 +33,8 @@ using vn::account::Account;
 namespace {
 
 constexpr int DefaultWaitSeconds = 5;
+// A PEM private key is a few kilobytes; a larger file is not one, and is not read whole.
+constexpr qint64 MaximumKeyFileBytes = 64 * 1024;
 constexpr int MaximumWaitSeconds = 600;
 
 // The library checks a restored login at its first refresh tick, 200 ms after start. Asking the
@@ -49,6 +53,11 @@ Commands:
       standard input with --password-stdin. The login is kept in the profile for the following
       commands; --no-persist makes a one-shot session instead: sign in, show who is signed in,
       and sign out again, keeping nothing.
+  login --key FILE [--passphrase-stdin] [--no-persist]
+      Sign in as a device with the private key in FILE (PEM), which the service knows by its
+      public half. The key never leaves this machine: it answers the service's challenge. The
+      passphrase of an encrypted key is asked on the terminal without echo, or read from the
+      first line of standard input with --passphrase-stdin.
   logout
       End this client's login at the service and clear the profile but for the client's own id
       and key. Without the service the login is still cleared here.
@@ -58,6 +67,12 @@ Commands:
   resources
       Each resource: type, id, owner, priority, whether its signature verified, and the public
       members of its payload. Credentials and other secrets are never shown.
+  services
+      Each service the account may use: name, URL and id. Services are enabled only by the
+      program that uses them, so here their status is "disabled" until 'services get'.
+  services get NAME PATH
+      Enable the service NAME, wait until its token has arrived, and GET PATH (resolved against
+      the service's URL) with it; prints the answer's body. The token is never shown.
   logins
       The account's logins at the service; "*" marks this client's own.
   logins end ID
@@ -66,7 +81,7 @@ Commands:
 Options:
   --profile NAME          use the profile NAME instead of "default"
   --profile-location DIR  keep profiles below DIR (sets VANTRO_PROFILE_LOCATION)
-  --json                  print the result of login, status, resources or logins as JSON
+  --json                  print the result of login, status, resources, services or logins as JSON
   --wait SECONDS          longest wait for the service's check and data (default 5)
   --verbose               show the library's log lines (categories vantro.*) on standard error
   -h, --help              show this help
@@ -122,7 +137,10 @@ int AccountTool::run(const QStringList &arguments)
     const QCommandLineOption verbose(QStringLiteral("verbose"), QString());
     const QCommandLineOption passwordStdin(QStringLiteral("password-stdin"), QString());
     const QCommandLineOption noPersist(QStringLiteral("no-persist"), QString());
-    parser.addOptions({help, version, profile, location, json, wait, verbose, passwordStdin, noPersist});
+    const QCommandLineOption key(QStringLiteral("key"), QString(), QStringLiteral("FILE"));
+    const QCommandLineOption passphraseStdin(QStringLiteral("passphrase-stdin"), QString());
+    parser.addOptions({help, version, profile, location, json, wait, verbose, passwordStdin, noPersist, key,
+                       passphraseStdin});
     if (!parser.parse(arguments))
         return usageError(parser.errorText());
     if (parser.isSet(help)) {
@@ -139,23 +157,40 @@ int AccountTool::run(const QStringList &arguments)
     const QStringList commandArguments = positional.mid(1);
     const bool endsLogin =
         command == QLatin1String("logins") && commandArguments.value(0) == QLatin1String("end");
+    const bool getsFromService =
+        command == QLatin1String("services") && commandArguments.value(0) == QLatin1String("get");
+    const bool withKey = parser.isSet(key);
     if (command.isEmpty())
         return usageError(QStringLiteral("No command given."));
-    const QStringList commands = {QStringLiteral("login"), QStringLiteral("logout"), QStringLiteral("status"),
-                                  QStringLiteral("resources"), QStringLiteral("logins")};
+    const QStringList commands = {QStringLiteral("login"),    QStringLiteral("logout"),
+                                  QStringLiteral("status"),   QStringLiteral("resources"),
+                                  QStringLiteral("services"), QStringLiteral("logins")};
     if (!commands.contains(command))
         return usageError(QStringLiteral("Unknown command \"%1\".").arg(command));
-    if (command == QLatin1String("login") && commandArguments.size() != 1)
+    if (command == QLatin1String("login") && !withKey && commandArguments.size() != 1)
         return usageError(QStringLiteral("login takes one user name, as in 'vantro-account login USER'."));
+    if (command == QLatin1String("login") && withKey && !commandArguments.isEmpty())
+        return usageError(QStringLiteral("login --key FILE takes no user name: the key names the account."));
+    if (withKey && (command != QLatin1String("login") || parser.value(key).isEmpty()))
+        return usageError(QStringLiteral("--key takes a key file and goes with login only."));
+    if (parser.isSet(passphraseStdin) && !withKey)
+        return usageError(QStringLiteral("--passphrase-stdin goes with login --key only."));
+    if (parser.isSet(passwordStdin) && withKey)
+        return usageError(QStringLiteral("A device login has no password; --passphrase-stdin reads the "
+                                         "passphrase of an encrypted key."));
+    if (getsFromService && commandArguments.size() != 3)
+        return usageError(
+            QStringLiteral("services get takes a service name and a path, as in 'vantro-account services "
+                           "get NAME PATH'."));
     if (endsLogin && commandArguments.size() != 2)
         return usageError(
             QStringLiteral("logins end takes one login id, as in 'vantro-account logins end ID'."));
-    if (command != QLatin1String("login") && !endsLogin && !commandArguments.isEmpty())
+    if (command != QLatin1String("login") && !endsLogin && !getsFromService && !commandArguments.isEmpty())
         return usageError(QStringLiteral("Unexpected argument \"%1\".").arg(commandArguments.first()));
     if (command != QLatin1String("login") && (parser.isSet(passwordStdin) || parser.isSet(noPersist)))
         return usageError(QStringLiteral("--password-stdin and --no-persist go with login only."));
-    if (parser.isSet(json) && (command == QLatin1String("logout") || endsLogin))
-        return usageError(QStringLiteral("--json goes with login, status, resources and logins."));
+    if (parser.isSet(json) && (command == QLatin1String("logout") || endsLogin || getsFromService))
+        return usageError(QStringLiteral("--json goes with login, status, resources, services and logins."));
 
     double waitSeconds = DefaultWaitSeconds;
     if (parser.isSet(wait)) {
@@ -189,16 +224,21 @@ int AccountTool::run(const QStringList &arguments)
     m_deadline = QDeadlineTimer(m_waitMilliseconds);
     m_json = parser.isSet(json);
     m_passwordFromStandardInput = parser.isSet(passwordStdin);
+    m_passphraseFromStandardInput = parser.isSet(passphraseStdin);
     m_persistent = !parser.isSet(noPersist);
 
     if (command == QLatin1String("login"))
-        return login(commandArguments.first());
+        return withKey ? loginWithKey(parser.value(key)) : login(commandArguments.first());
     if (command == QLatin1String("logout"))
         return logout();
     if (command == QLatin1String("status"))
         return status();
     if (command == QLatin1String("resources"))
         return resources();
+    if (getsFromService)
+        return getFromService(commandArguments.at(1), commandArguments.at(2));
+    if (command == QLatin1String("services"))
+        return services();
     if (endsLogin) {
         if (!isPlainLoginId(commandArguments.at(1)))
             return usageError(
@@ -219,47 +259,100 @@ int AccountTool::login(const QString &userName)
             QStringLiteral("The user name is empty; give it as in 'vantro-account login USER'."));
 
     Account account(nullptr);
-    const QString service = serviceName(account);
-    if (account.status() == Account::Connected) {
-        const vn::account::Consumer *consumer = account.consumer();
-        return fail(Failure,
-                    QStringLiteral("Already signed in%1; sign out first with 'vantro-account logout'.")
-                        .arg(consumer ? QStringLiteral(" as ") + consumer->email() : QString()));
-    }
+    if (account.status() == Account::Connected)
+        return alreadySignedIn(account);
 
     QString password;
     QString errorString;
-    if (!Terminal::readPassword(m_passwordFromStandardInput ? Terminal::PasswordSource::StandardInput
-                                                            : Terminal::PasswordSource::Terminal,
-                                user, &password, &errorString)) {
+    if (!Terminal::readSecret(m_passwordFromStandardInput ? Terminal::SecretSource::StandardInput
+                                                          : Terminal::SecretSource::Terminal,
+                              QStringLiteral("Password for %1: ").arg(user), QStringLiteral("password"),
+                              QStringLiteral("--password-stdin"), &password, &errorString)) {
         return usageError(errorString);
     }
 
     vn::account::CredentialAuthenticator authenticator;
     authenticator.setUserName(userName);
     authenticator.setPassword(password);
-    authenticator.setPersistent(m_persistent);
+    const QString refusal =
+        target.isEmpty()
+            ? QStringLiteral("The service refused the sign-in as %1: wrong user name or password; check "
+                             "them and try again.")
+                  .arg(user)
+            : QStringLiteral("The service refused the sign-in as %1 acting as %2: wrong user name or "
+                             "password, or %1 may not act as %2; check them and try again.")
+                  .arg(user, target);
+    return signIn(account, authenticator, QStringLiteral("as %1").arg(user), userName, refusal);
+}
 
+int AccountTool::loginWithKey(const QString &keyFile)
+{
+    QFile file(keyFile);
+    if (!file.open(QIODevice::ReadOnly))
+        return fail(Failure,
+                    QStringLiteral("Cannot read the key file %1: %2.").arg(keyFile, file.errorString()));
+    const QByteArray pem = file.read(MaximumKeyFileBytes);
+    file.close();
+
+    Account account(nullptr);
+    if (account.status() == Account::Connected)
+        return alreadySignedIn(account);
+
+    vn::crypto::PrivateKey key(pem);
+    if (!key.isValid() && pem.contains("ENCRYPTED")) {
+        QString passphrase;
+        QString errorString;
+        if (!Terminal::readSecret(m_passphraseFromStandardInput ? Terminal::SecretSource::StandardInput
+                                                                : Terminal::SecretSource::Terminal,
+                                  QStringLiteral("Passphrase for %1: ").arg(keyFile),
+                                  QStringLiteral("passphrase"), QStringLiteral("--passphrase-stdin"),
+                                  &passphrase, &errorString)) {
+            return usageError(errorString);
+        }
+        key = vn::crypto::PrivateKey(pem, passphrase);
+        if (!key.isValid())
+            return fail(Failure, QStringLiteral("The key in %1 does not open with this passphrase; check it "
+                                                "and try again.")
+                                     .arg(keyFile));
+    }
+    if (!key.isValid())
+        return fail(Failure,
+                    QStringLiteral("%1 holds no private key in PEM form (PKCS#8 or RSA).").arg(keyFile));
+
+    vn::account::ChallengeResponseAuthenticator authenticator;
+    authenticator.setPrivateKey(key);
+    const QString refusal = QStringLiteral("The service refused the sign-in with the key in %1: it does not "
+                                           "know this key, or the key could not answer its challenge; ask "
+                                           "the service's operator to register the key.")
+                                .arg(keyFile);
+    return signIn(account, authenticator, QStringLiteral("with the key in %1").arg(keyFile),
+                  QStringLiteral("the device key"), refusal);
+}
+
+int AccountTool::alreadySignedIn(Account &account)
+{
+    const vn::account::Consumer *consumer = account.consumer();
+    return fail(Failure, QStringLiteral("Already signed in%1; sign out first with 'vantro-account logout'.")
+                             .arg(consumer ? QStringLiteral(" as ") + consumer->email() : QString()));
+}
+
+int AccountTool::signIn(Account &account, vn::account::AbstractAuthenticator &authenticator,
+                        const QString &activity, const QString &signedInAs, const QString &refusal)
+{
+    const QString service = serviceName(account);
+    authenticator.setPersistent(m_persistent);
     Account::Error error = Account::NoError;
     QObject context;
     QObject::connect(&account, &Account::error, &context,
                      [&error](Account::Error reported) { error = reported; });
     account.login(&authenticator);
-    Progress::waitUntil(QStringLiteral("Signing in to %1 as %2").arg(service, user),
+    Progress::waitUntil(QStringLiteral("Signing in to %1 %2").arg(service, activity),
                         [&account] { return account.status() != Account::Connecting; });
 
     if (account.status() != Account::Connected) {
         switch (error) {
         case Account::AuthenticationFailed:
-            return fail(Failure,
-                        target.isEmpty()
-                            ? QStringLiteral("The service refused the sign-in as %1: wrong user name or "
-                                             "password; check them and try again.")
-                                  .arg(user)
-                            : QStringLiteral("The service refused the sign-in as %1 acting as %2: wrong "
-                                             "user name or password, or %1 may not act as %2; check "
-                                             "them and try again.")
-                                  .arg(user, target));
+            return fail(Failure, refusal);
         case Account::ServiceUnavailable:
             return requestFailed(account, 0, QStringLiteral("sign-in"));
         case Account::ServiceFailure:
@@ -291,7 +384,7 @@ int AccountTool::login(const QString &userName)
         Terminal::printOut(
             QStringLiteral("Signed in to %1 as %2.\n")
                 .arg(service, consumer ? QStringLiteral("%1 <%2>").arg(consumer->name(), consumer->email())
-                                       : userName));
+                                       : signedInAs));
     }
     if (m_persistent)
         return Success;
@@ -355,6 +448,78 @@ int AccountTool::resources()
         printJson(list);
     else
         Terminal::printOut(AccountReport::resourcesText(list));
+    return Success;
+}
+
+int AccountTool::services()
+{
+    Account account(nullptr);
+    int responseCode = 0;
+    const Check check = checkLogin(account, &responseCode);
+    if (check != Check::Online)
+        return checkFailed(account, check, responseCode);
+    waitForAccountData(account);
+    const QJsonArray list = AccountReport::services(account);
+    if (m_json)
+        printJson(list);
+    else
+        Terminal::printOut(AccountReport::servicesText(list));
+    return Success;
+}
+
+int AccountTool::getFromService(const QString &name, const QString &path)
+{
+    Account account(nullptr);
+    int responseCode = 0;
+    const Check check = checkLogin(account, &responseCode);
+    if (check != Check::Online)
+        return checkFailed(account, check, responseCode);
+    waitForAccountData(account);
+    vn::account::Service *service = nullptr;
+    for (vn::account::Resource *resource : account.findResources(QStringLiteral("vantro.resource.Service"))) {
+        auto *candidate = qobject_cast<vn::account::Service *>(resource);
+        if (candidate && candidate->name() == name)
+            service = candidate;
+    }
+    if (!service)
+        return fail(Failure, QStringLiteral("The account has no service \"%1\"; list its services with "
+                                            "'vantro-account services'.")
+                                 .arg(name));
+
+    service->enable();
+    // The library retries a refused token on its own schedule; here the wait is bounded.
+    m_deadline = QDeadlineTimer(m_waitMilliseconds);
+    if (!Progress::waitUntil(
+            QStringLiteral("Fetching a token for %1 from %2").arg(name, serviceName(account)),
+            [service] { return service->status() == vn::account::Service::Ready; }, m_deadline)) {
+        return fail(Failure, QStringLiteral("The account service at %1 issued no token for %2 within %3 s; "
+                                            "'--verbose' shows its answer, '--wait' allows longer.")
+                                 .arg(serviceName(account), name)
+                                 .arg(m_waitMilliseconds / 1000.0));
+    }
+
+    QPointer<vn::GetRequest> request = service->getRequest(QUrl(path, QUrl::TolerantMode));
+    request->setSuppressErrors(true);
+    const QUrl target = request->url().adjusted(QUrl::RemoveUserInfo | QUrl::RemoveQuery);
+    bool finished = false;
+    QByteArray body;
+    QObject::connect(request.data(), &vn::Request::finished, request.data(), [&] {
+        finished = true;
+        responseCode = request->responseCode();
+        body = request->rawResponse();
+    });
+    Progress::waitUntil(QStringLiteral("Fetching %1").arg(target.toString()),
+                        [&finished] { return finished; });
+    if (responseCode == 0)
+        return fail(Failure, QStringLiteral("The service %1 at %2 could not be reached; check that it is "
+                                            "running.")
+                                 .arg(name, target.toString()));
+    Terminal::printOut(QString::fromUtf8(body) + (body.endsWith('\n') || body.isEmpty() ? "" : "\n"));
+    if (responseCode < 200 || responseCode > 299)
+        return fail(Failure, QStringLiteral("The service %1 answered HTTP %2 for %3.")
+                                 .arg(name)
+                                 .arg(responseCode)
+                                 .arg(target.toString()));
     return Success;
 }
 

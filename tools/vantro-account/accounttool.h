@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VantroAccount/abstractauthenticator.h>
 #include <VantroAccount/account.h>
 
 #include <QDeadlineTimer>
@@ -9,7 +10,8 @@
 
 namespace vn::tools {
 
-/// The commands of vantro-account: login, logout, status, resources, logins and logins end.
+/// The commands of vantro-account: login, logout, status, resources, services, services get, logins
+/// and logins end.
 ///
 /// Every command works on the process's one account, restored by the library from the profile, and
 /// talks to the service only through the account and its request helpers. Results go to standard
@@ -35,9 +37,17 @@ private:
     enum class Check { Online, NotSignedIn, Revoked, Unreachable, ServiceError, TimedOut };
 
     int login(const QString &userName);
+    int loginWithKey(const QString &keyFile);
+    int alreadySignedIn(vn::account::Account &account);
+    /// Signs in with @p authenticator and reports the result; @p refusal is the message for a
+    /// refused sign-in.
+    int signIn(vn::account::Account &account, vn::account::AbstractAuthenticator &authenticator,
+               const QString &activity, const QString &signedInAs, const QString &refusal);
     int logout();
     int status();
     int resources();
+    int services();
+    int getFromService(const QString &name, const QString &path);
     int logins();
     int endLogin(const QString &loginId);
 
@@ -62,6 +72,7 @@ private:
     int m_waitMilliseconds = 0;
     bool m_json = false;
     bool m_passwordFromStandardInput = false;
+    bool m_passphraseFromStandardInput = false;
     bool m_persistent = true;
 };
 

@@ -15,8 +15,8 @@ namespace vn::tools {
 
 namespace {
 
-// A password longer than this is not a typing mistake we need to support; stop reading there.
-constexpr int MaximumPasswordBytes = 4096;
+// A secret longer than this is not a typing mistake we need to support; stop reading there.
+constexpr int MaximumSecretBytes = 4096;
 
 // What the signal handler needs to give the terminal its echo back. Only plain values: the handler
 // may run at any moment of the prompt.
@@ -41,7 +41,7 @@ bool readLine(int descriptor, QByteArray *line)
 {
     bool readAnything = false;
     char byte = 0;
-    while (line->size() < MaximumPasswordBytes) {
+    while (line->size() < MaximumSecretBytes) {
         const ssize_t count = ::read(descriptor, &byte, 1);
         if (count < 0 && errno == EINTR)
             continue;
@@ -57,19 +57,21 @@ bool readLine(int descriptor, QByteArray *line)
     return readAnything;
 }
 
-QString takePassword(QByteArray *bytes)
+QString takeSecret(QByteArray *bytes)
 {
-    const QString password = QString::fromUtf8(*bytes);
+    const QString secret = QString::fromUtf8(*bytes);
     bytes->fill('\0');
-    return password;
+    return secret;
 }
 
-bool readFromTerminal(const QString &userName, QString *password, QString *errorString)
+bool readFromTerminal(const QString &prompt, const QString &noun, const QString &option, QString *secret,
+                      QString *errorString)
 {
     const int descriptor = ::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (descriptor < 0) {
-        *errorString = QStringLiteral("There is no terminal to ask for the password on; give it on "
-                                      "standard input with --password-stdin.");
+        *errorString = QStringLiteral("There is no terminal to ask for the %1 on; give it on standard input "
+                                      "with %2.")
+                           .arg(noun, option);
         return false;
     }
     struct sigaction previous[std::size(InterruptingSignals)] = {};
@@ -87,8 +89,8 @@ bool readFromTerminal(const QString &userName, QString *password, QString *error
     }
     // Only now the prompt: switching echo off drops what was typed ahead, and what is typed after
     // the prompt must be neither dropped nor echoed.
-    const QByteArray prompt = QStringLiteral("Password for %1: ").arg(userName).toUtf8();
-    if (::write(descriptor, prompt.constData(), size_t(prompt.size())) < 0) {
+    const QByteArray promptBytes = prompt.toUtf8();
+    if (::write(descriptor, promptBytes.constData(), size_t(promptBytes.size())) < 0) {
         // Nothing to do: the prompt is a courtesy, the read below still works.
     }
 
@@ -103,7 +105,7 @@ bool readFromTerminal(const QString &userName, QString *password, QString *error
             ::sigaction(InterruptingSignals[i], &previous[i], nullptr);
         s_terminalDescriptor = -1;
     }
-    // The line feed that ended the password was not echoed either.
+    // The line feed that ended the secret was not echoed either.
     if (::write(descriptor, "\n", 1) < 0) {
         // As above: cosmetic only.
     }
@@ -111,22 +113,22 @@ bool readFromTerminal(const QString &userName, QString *password, QString *error
 
     if (!read) {
         *errorString =
-            QStringLiteral("No password was typed; run the command again and type it at the prompt.");
+            QStringLiteral("No %1 was typed; run the command again and type it at the prompt.").arg(noun);
         return false;
     }
-    *password = takePassword(&line);
+    *secret = takeSecret(&line);
     return true;
 }
 
-bool readFromStandardInput(QString *password, QString *errorString)
+bool readFromStandardInput(const QString &noun, const QString &option, QString *secret, QString *errorString)
 {
     QByteArray line;
     if (!readLine(STDIN_FILENO, &line)) {
-        *errorString = QStringLiteral("Standard input is empty; pipe the password into the command when "
-                                      "using --password-stdin.");
+        *errorString = QStringLiteral("Standard input is empty; pipe the %1 into the command when using %2.")
+                           .arg(noun, option);
         return false;
     }
-    *password = takePassword(&line);
+    *secret = takeSecret(&line);
     return true;
 }
 
@@ -139,11 +141,12 @@ void printTo(std::FILE *stream, const QString &text)
 
 } // namespace
 
-bool Terminal::readPassword(PasswordSource source, const QString &userName, QString *password,
-                            QString *errorString)
+bool Terminal::readSecret(SecretSource source, const QString &prompt, const QString &noun,
+                          const QString &standardInputOption, QString *secret, QString *errorString)
 {
-    return source == PasswordSource::StandardInput ? readFromStandardInput(password, errorString)
-                                                   : readFromTerminal(userName, password, errorString);
+    return source == SecretSource::StandardInput
+               ? readFromStandardInput(noun, standardInputOption, secret, errorString)
+               : readFromTerminal(prompt, noun, standardInputOption, secret, errorString);
 }
 
 bool Terminal::isErrorTerminal()

@@ -1,0 +1,230 @@
+#include "service.h"
+#include "service_p.h"
+
+#include "accountinstance.h"
+#include "logging_p.h"
+#include "timescale_p.h"
+
+#include <VantroNetwork/authorization.h>
+#include <VantroNetwork/bearerauthorization.h>
+
+#include <QDateTime>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTimerEvent>
+
+namespace vn::account {
+
+namespace {
+
+// A failure answer is logged whole, but a "token" member in it is a credential all the same.
+QJsonValue withoutToken(QJsonValue body)
+{
+    if (body.isObject() && body.toObject().contains(QLatin1String("token"))) {
+        QJsonObject object = body.toObject();
+        object.insert(QStringLiteral("token"), QStringLiteral("(withheld)"));
+        body = object;
+    }
+    return body;
+}
+
+} // namespace
+
+void ServicePrivate::scheduleNext(qint64 milliseconds)
+{
+    deadline.setRemainingTime(TimeScale::delay(milliseconds), Qt::CoarseTimer);
+}
+
+void ServicePrivate::retryLater()
+{
+    scheduleNext(retryDelay(retryCount));
+    ++retryCount;
+}
+
+bool ServicePrivate::holdsUsableToken() const
+{
+    return token.isValid() && claims.valid &&
+           (!claims.exp.isValid() || claims.exp > QDateTime::currentDateTime());
+}
+
+void ServicePrivate::setStatus(Service::Status newStatus)
+{
+    if (newStatus == status) {
+        return;
+    }
+    status = newStatus;
+    // Both, also between Pending and Ready where enabled stays the same: bindings on either follow.
+    Q_EMIT q->enabledChanged();
+    Q_EMIT q->statusChanged();
+}
+
+void ServicePrivate::requestToken()
+{
+    qCDebug(lcAccountService) << "Requesting service token for" << q->uuid() << name << url;
+    // Relative to the account service's API, authorised by the account's own token: it is the
+    // account that asks for a token on behalf of the service, never the service's own origin.
+    const QUrl path(QStringLiteral("./tokens/%1").arg(q->uuid()), QUrl::TolerantMode);
+    tokenRequest = q->account()->getRequest(path);
+    requestPending = true;
+    tokenRequest->setSuppressErrors(true);
+    QObject::connect(tokenRequest, &vn::Request::finished, q, &Service::processResponse);
+}
+
+void ServicePrivate::registerToken()
+{
+    authorization.reset();
+    // Bound to the service's origin: another port of the same host is another service, which gets
+    // a token of its own.
+    const QStringList hosts{network::Authorization::originHost(url)};
+    const std::shared_ptr<network::AuthorizationRegistry> registry =
+        network::AuthorizationRegistry::instance();
+    authorization = network::AuthorizationHandle(
+        registry->add(new network::BearerAuthorization(hosts, QByteArray(token))),
+        network::HandleDeleter(registry));
+}
+
+Service::Service(const QJsonObject &record, AccountInstance *instance)
+    : Resource(record, instance)
+    , d(std::make_unique<ServicePrivate>(this))
+{
+    const QJsonObject payload = this->payload().toObject();
+    d->url = QUrl(payload.value(QLatin1String("url")).toString(), QUrl::TolerantMode);
+    d->name = payload.value(QLatin1String("service")).toString();
+}
+
+Service::~Service() = default;
+
+QUrl Service::url() const
+{
+    return d->url;
+}
+
+QString Service::name() const
+{
+    return d->name;
+}
+
+bool Service::isEnabled() const
+{
+    return d->status != Disabled;
+}
+
+Service::Status Service::status() const
+{
+    return d->status;
+}
+
+QNetworkRequest Service::createRequest(const QUrl &url) const
+{
+    return QNetworkRequest(url.isRelative() ? d->url.resolved(url) : url);
+}
+
+vn::GetRequest *Service::getRequest(const QUrl &url) const
+{
+    return account()->getRequest(url.isRelative() ? d->url.resolved(url) : url);
+}
+
+vn::GetRequest *Service::getRequest(const QNetworkRequest &request) const
+{
+    return account()->getRequest(request);
+}
+
+void Service::enable()
+{
+    if (d->status != Disabled) {
+        return;
+    }
+    d->setStatus(Pending);
+    // The back-off is not reset: a service disabled after failures goes on where it stopped.
+    d->requestToken();
+    d->timer.start(TimeScale::interval(ServicePrivate::TickInterval), this);
+}
+
+void Service::disable()
+{
+    if (d->status == Disabled) {
+        return;
+    }
+    if (d->tokenRequest) {
+        disconnect(d->tokenRequest, nullptr, this, nullptr);
+    }
+    d->tokenRequest = nullptr;
+    d->requestPending = false;
+    d->token = AccessToken();
+    d->claims = JsonWebToken();
+    d->setStatus(Disabled);
+    d->timer.stop();
+}
+
+void Service::processResponse()
+{
+    vn::GetRequest *request = d->tokenRequest;
+    if (!request || request != sender()) {
+        return;
+    }
+    if (!request->isOk(200)) {
+        if (lcAccountService().isCriticalEnabled()) {
+            qCCritical(lcAccountService).noquote().nospace()
+                << "Failed to retrieve service token for" << uuid() << " with code "
+                << request->responseCode() << ": " << withoutToken(request->response());
+        }
+        d->retryLater();
+        d->tokenRequest = nullptr;
+        d->requestPending = false;
+        return;
+    }
+
+    QJsonParseError parseError;
+    const QJsonObject answer = request->responseObject(&parseError);
+    if (parseError.error != QJsonParseError::NoError) {
+        qCCritical(lcAccountService) << "Failed to parse token response" << parseError.error
+                                     << parseError.errorString();
+        // The request stays counted as in flight: no further token is requested until the
+        // service is disabled and enabled again. A service that answers success with something
+        // that is not JSON is not asked again every few seconds.
+        d->retryLater();
+        return;
+    }
+
+    const AccessToken token(answer.value(QLatin1String("token")).toString());
+    const JsonWebToken claims{QByteArray(token)};
+    d->tokenRequest = nullptr;
+    d->requestPending = false;
+    if (!token.isValid() || !claims.valid ||
+        (claims.exp.isValid() && claims.exp <= QDateTime::currentDateTime())) {
+        qCCritical(lcAccountService) << "Successful token request returned invalid token";
+        d->retryLater();
+        return;
+    }
+
+    qCDebug(lcAccountService).noquote() << "Received service access token for" << uuid() << claims;
+    d->token = token;
+    d->claims = claims;
+    d->retryCount = 0;
+    d->scheduleNext(ServicePrivate::CheckDelay);
+    // Registered before anyone hears of Ready, so that a request made in answer to the signal
+    // already carries the new token.
+    d->registerToken();
+    d->setStatus(Ready);
+}
+
+void Service::timerEvent(QTimerEvent *)
+{
+    if (d->requestPending || !d->deadline.hasExpired()) {
+        return;
+    }
+    if (d->holdsUsableToken()) {
+        // A token without an expiry is never renewed; one is renewed once fewer than five minutes
+        // of it remain, while it still works.
+        if (!d->claims.exp.isValid() ||
+            QDateTime::currentDateTime().secsTo(d->claims.exp) >= ServicePrivate::RenewalMargin) {
+            d->scheduleNext(ServicePrivate::CheckDelay);
+            return;
+        }
+    } else {
+        d->setStatus(Pending);
+    }
+    d->requestToken();
+}
+
+} // namespace vn::account

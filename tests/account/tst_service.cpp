@@ -1,0 +1,269 @@
+// Service resources against the development service in-process, which also plays the demo's
+// services on loopback origins of their own: the token's life at a fast pace, and which token
+// reaches which origin.
+
+#include "accountfixture.h"
+#include "service_p.h"
+
+#include <Vantro/getrequest.h>
+#include <VantroAccount/challengeresponseauthenticator.h>
+#include <VantroAccount/service.h>
+#include <VantroNetwork/authorizationregistry.h>
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QPointer>
+#include <QtTest>
+
+using vn::account::Account;
+using vn::account::Service;
+
+// Service ticks of 5 ms, token checks every 60 ms, the first retry after 5 ms.
+static constexpr double Pace = 0.001;
+
+// Critical lines of the service category, as written.
+static QStringList s_serviceCriticals;
+static QtMessageHandler s_previousHandler = nullptr;
+
+static void recordServiceCriticals(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    if (type == QtCriticalMsg && qstrcmp(context.category, "vantro.account.service") == 0) {
+        s_serviceCriticals.append(message);
+        return;
+    }
+    s_previousHandler(type, context, message);
+}
+
+class TestService : public QObject
+{
+    Q_OBJECT
+    AccountFixture m_fixture;
+    std::unique_ptr<Account> m_account;
+    int m_authorizationsSignedOut = 0;
+
+    Service *service(const QString &name) const
+    {
+        for (vn::account::Resource *resource :
+             m_account->findResources(QStringLiteral("vantro.resource.Service"))) {
+            auto *service = qobject_cast<Service *>(resource);
+            if (service && service->name() == name) {
+                return service;
+            }
+        }
+        return nullptr;
+    }
+
+    int tokenRequests(const Service *service) const
+    {
+        return m_fixture.countRequests("GET", "/tokens/" + service->uuid().toLatin1());
+    }
+
+    // GET of @p path below @p service's URL through the library; the played service's status and body.
+    static QPair<int, QJsonObject> fetch(const QUrl &url)
+    {
+        QPointer<vn::GetRequest> request = Account().getRequest(url);
+        request->setSuppressErrors(true);
+        QPair<int, QJsonObject> answer{-1, {}};
+        QObject::connect(request.data(), &vn::Request::finished, request.data(), [&] {
+            answer = {request->responseCode(), request->responseObject()};
+        });
+        static_cast<void>(QTest::qWaitFor([&answer] { return answer.first >= 0; }, 5000));
+        return answer;
+    }
+
+    // Signs in with the demo device key, which opens Ada's account with both demo services.
+    bool signIn()
+    {
+        QFile keyFile(QStringLiteral(DEMO_DEVICE_KEY));
+        if (!keyFile.open(QIODevice::ReadOnly)) {
+            return false;
+        }
+        m_authorizationsSignedOut = vn::network::AuthorizationRegistry::instance()->count();
+        vn::account::ChallengeResponseAuthenticator device;
+        device.setPrivateKey(vn::crypto::PrivateKey(keyFile.readAll()));
+        m_account->login(&device);
+        return QTest::qWaitFor([this] {
+            return service(QStringLiteral("demo-files")) && service(QStringLiteral("demo-reports")) &&
+                   m_account->consumer();
+        });
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_fixture.start(Pace));
+        s_previousHandler = qInstallMessageHandler(recordServiceCriticals);
+        m_account = std::make_unique<Account>();
+        QVERIFY(signIn());
+        QCOMPARE(m_account->consumer()->name(), QStringLiteral("Ada Lovelace"));
+    }
+
+    void cleanup()
+    {
+        m_fixture.service.clearFaults();
+        s_serviceCriticals.clear();
+        for (const char *name : {"demo-files", "demo-reports"}) {
+            service(QLatin1String(name))->disable();
+        }
+    }
+
+    void cleanupTestCase() { qInstallMessageHandler(s_previousHandler); }
+
+    void retryDelays()
+    {
+        QList<qint64> delays;
+        for (int failures = 0; failures <= 10; ++failures) {
+            delays.append(vn::account::ServicePrivate::retryDelay(failures));
+        }
+        QCOMPARE(delays, QList<qint64>({5000, 10000, 20000, 40000, 80000, 160000, 320000, 640000, 900000,
+                                        900000, 900000}));
+    }
+
+    // Which credential reaches which origin, from enabling two services on one host to the end of
+    // the resources that hold their tokens.
+    void routing()
+    {
+        Service *files = service(QStringLiteral("demo-files"));
+        Service *reports = service(QStringLiteral("demo-reports"));
+        QCOMPARE(files->url(), m_fixture.service.playedServiceUrl(QStringLiteral("demo-files")));
+        QCOMPARE(reports->url(), m_fixture.service.playedServiceUrl(QStringLiteral("demo-reports")));
+        QCOMPARE(files->url().host(), m_fixture.service.url().host());
+        const QUrl filesItems = files->createRequest(QUrl(QStringLiteral("items?page=2"))).url();
+        QCOMPARE(filesItems, files->url().resolved(QUrl(QStringLiteral("/items?page=2"))));
+        QCOMPARE(files->createRequest(m_fixture.service.url()).url(), m_fixture.service.url());
+
+        // The account's own token stays with the account service, though both listen on one host.
+        QCOMPARE(fetch(filesItems).first, 401);
+
+        QList<int> filesStatus;
+        connect(files, &Service::statusChanged, this, [&] { filesStatus.append(files->status()); });
+        QSignalSpy filesEnabled(files, &Service::enabledChanged);
+        m_fixture.service.clearJournal();
+        files->enable();
+        files->enable();
+        reports->enable();
+        QTRY_VERIFY(files->status() == Service::Ready && reports->status() == Service::Ready);
+        QCOMPARE(filesStatus, QList<int>({Service::Pending, Service::Ready}));
+        QCOMPARE(filesEnabled.size(), 2);
+        QCOMPARE(tokenRequests(files), 1);
+
+        // Each service gets its own token, which its own origin accepts.
+        const auto [filesCode, filesAnswer] = fetch(filesItems);
+        QCOMPARE(filesCode, 200);
+        QCOMPARE(filesAnswer.value("service"), "demo-files");
+        QCOMPARE(filesAnswer.value("path"), "/items");
+        QCOMPARE(filesAnswer.value("subject"), m_account->consumer()->identifier());
+        QCOMPARE(fetch(reports->url()).second.value("service"), "demo-reports");
+
+        QByteArray filesBearer;
+        QByteArray reportsBearer;
+        const QByteArray accountBearer = "Bearer " + QByteArray(m_account->accessToken());
+        for (const auto &request : m_fixture.service.journal()) {
+            const QByteArray bearer = request.headers.value("authorization");
+            if (request.service.isEmpty()) {
+                QCOMPARE(bearer, accountBearer); // never a service token
+            } else {
+                (request.service == QLatin1String("demo-files") ? filesBearer : reportsBearer) = bearer;
+            }
+        }
+        QVERIFY(filesBearer.startsWith("Bearer ") && reportsBearer.startsWith("Bearer "));
+        QVERIFY(filesBearer != reportsBearer && filesBearer != accountBearer);
+
+        // Disabled, the service forgets its token; the last one still authorises its origin.
+        files->disable();
+        files->disable();
+        QCOMPARE(filesStatus, QList<int>({Service::Pending, Service::Ready, Service::Disabled}));
+        QCOMPARE(filesEnabled.size(), 3);
+        QCOMPARE(fetch(filesItems).first, 200);
+
+        // With the resources gone (signed out), so are their authorizations.
+        QSignalSpy filesGone(files, &QObject::destroyed);
+        m_account->logout();
+        QTRY_VERIFY(!filesGone.isEmpty());
+        QCOMPARE(fetch(filesItems).first, 401);
+        QCOMPARE(vn::network::AuthorizationRegistry::instance()->count(), m_authorizationsSignedOut);
+        QVERIFY(signIn());
+    }
+
+    // The answers of the token endpoint that give no token: what is logged, and how often the
+    // service asks again. "stuck": no further request until disabled and enabled again.
+    void failedToken_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QString>("logged");
+        QTest::addColumn<bool>("stuck");
+        QTest::newRow("401") << 401 << QByteArray()
+                             << "Failed to retrieve service token for%1 with code 401: "
+                                "QJsonValue(object, QJsonObject({\"error\":\"injected fault\"}))"
+                             << false;
+        QTest::newRow("success that is not JSON")
+            << 200 << QByteArray("token=abc") << "Failed to parse token response 4 \"illegal value\"" << true;
+        QTest::newRow("not a compact token") << 200 << QByteArray(R"({"token": "opaque"})")
+                                             << "Successful token request returned invalid token" << false;
+        // {"alg":"RS256","typ":"JWT"} . {"exp":1000,"aud":"demo-files"} . (signature)
+        QTest::newRow("expired token")
+            << 200
+            << QByteArray(
+                   R"({"token": "eyJhbGciOiJSUzI1NiIsInR5cCI6IkpXVCJ9.eyJleHAiOjEwMDAsImF1ZCI6ImRlbW8tZmlsZXMifQ.c2ln"})")
+            << "Successful token request returned invalid token" << false;
+    }
+
+    void failedToken()
+    {
+        QFETCH(int, status);
+        QFETCH(QByteArray, body);
+        QFETCH(QString, logged);
+        QFETCH(bool, stuck);
+
+        Service *files = service(QStringLiteral("demo-files"));
+        vn::devservice::Fault fault;
+        fault.path = QStringLiteral("api/v1/tokens/") + files->uuid();
+        fault.status = status;
+        fault.body = body;
+        fault.count = 1000;
+        m_fixture.service.addFault(fault);
+        m_fixture.service.clearJournal();
+        QSignalSpy statusChanged(files, &Service::statusChanged);
+        files->enable();
+        QTest::qWait(300);
+        QCOMPARE(files->status(), Service::Pending);
+        QCOMPARE(statusChanged.size(), 1);
+        QVERIFY(!s_serviceCriticals.isEmpty());
+        QCOMPARE(s_serviceCriticals.first(), logged.arg(files->uuid()));
+        // Attempts at 0, 5, 15, 35, 75, 155 ms on the fast clock: backing off, never every tick.
+        const int attempts = tokenRequests(files);
+        QVERIFY2(stuck ? attempts == 1 : attempts >= 3 && attempts <= 7,
+                 qPrintable(QString::number(attempts)));
+
+        m_fixture.service.clearFaults();
+        if (stuck) {
+            QTest::qWait(100);
+            QCOMPARE(tokenRequests(files), 1);
+            files->disable();
+            files->enable();
+        }
+        QTRY_COMPARE(files->status(), Service::Ready);
+    }
+
+    // A token with less than five minutes left is renewed while it still works; the status stays.
+    void renewal()
+    {
+        Service *files = service(QStringLiteral("demo-files"));
+        m_fixture.service.setServiceTokenLifetime(120);
+        const auto restore = qScopeGuard([this] {
+            m_fixture.service.setServiceTokenLifetime(
+                vn::devservice::DevService::DefaultServiceTokenLifetime);
+        });
+        m_fixture.service.clearJournal();
+        files->enable();
+        QTRY_COMPARE(files->status(), Service::Ready);
+        QSignalSpy statusChanged(files, &Service::statusChanged);
+        QTRY_VERIFY(tokenRequests(files) >= 3);
+        QCOMPARE(statusChanged.size(), 0);
+        QCOMPARE(files->status(), Service::Ready);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestService)
+#include "tst_service.moc"
