@@ -6,6 +6,7 @@
 #include <VantroAccount/abstractauthenticator.h>
 #include <VantroAccount/account.h>
 #include <VantroAccount/accountidentity.h>
+#include <VantroAccount/challengeresponseauthenticator.h>
 #include <VantroAccount/consumer.h>
 #include <VantroAccount/credentialauthenticator.h>
 #include <VantroAccount/database.h>
@@ -16,6 +17,7 @@
 #include <VantroAccount/resource.h>
 #include <VantroAccount/role.h>
 #include <VantroAccount/rootidentity.h>
+#include <VantroAccount/service.h>
 #include <VantroAccount/session.h>
 
 #include <QQmlExtensionPlugin>
@@ -34,6 +36,7 @@ public:
         Q_ASSERT(QLatin1String(uri) == QLatin1String("Vantro.Account"));
         qmlRegisterType<Account>(uri, 1, 0, "Account");
         qmlRegisterType<CredentialAuthenticator>(uri, 1, 0, "CredentialAuthenticator");
+        qmlRegisterType<ChallengeResponseAuthenticator>(uri, 1, 0, "ChallengeResponseAuthenticator");
         qmlRegisterType<Permission>(uri, 1, 0, "Permission");
         qmlRegisterType<Role>(uri, 1, 0, "Role");
         qmlRegisterType<LoginListModel>(uri, 1, 0, "LoginListModel");
@@ -45,6 +48,7 @@ public:
         qmlRegisterUncreatableType<Session>(uri, 1, 0, "Session", handedOut);
         qmlRegisterUncreatableType<AccountIdentity>(uri, 1, 0, "AccountIdentity", handedOut);
         qmlRegisterUncreatableType<Resource>(uri, 1, 0, "Resource", handedOut);
+        qmlRegisterUncreatableType<Service>(uri, 1, 0, "Service", handedOut);
         qmlRegisterUncreatableType<Database>(uri, 1, 0, "Database", handedOut);
         qmlRegisterUncreatableType<DatabaseCredentials>(uri, 1, 0, "DatabaseCredentials", handedOut);
         // Named only as the types of arguments and properties: Account.login() takes any

@@ -2,12 +2,13 @@ import QtQuick 2.15
 import QtTest 1.2
 import Vantro.Account 1.0
 
-// The list shows Ada's logins, this client's own marked, and ends the other one.
+// Signed in with the demo device's key file, the list shows Ada's logins, this client's own
+// marked, and ends the other one.
 TestCase {
     name: "Logins"
 
     Account { id: account }
-    CredentialAuthenticator { id: ada; userName: "ada@example.com"; password: "ada-demo-password" }
+    ChallengeResponseAuthenticator { id: device }
     Component { id: loginList; LoginListModel {} }
     Repeater {
         id: rows
@@ -20,7 +21,10 @@ TestCase {
     }
 
     function test_endAnotherLogin() {
-        account.login(ada)
+        ignoreWarning(/Cannot read the key file .*no-such-key.pem/)
+        verify(!device.loadPrivateKey(Qt.resolvedUrl("no-such-key.pem")))
+        verify(device.loadPrivateKey(devService.deviceKeyFile))
+        account.login(device)
         tryCompare(account, "status", Account.Connected)
         devService.logInElsewhere()
         tryVerify(function() { return devService.loginCount() === 2 })

@@ -16,6 +16,7 @@ class ServiceControl : public QObject
 {
     Q_OBJECT
     Q_PROPERTY(QUrl url READ url CONSTANT)
+    Q_PROPERTY(QUrl deviceKeyFile READ deviceKeyFile CONSTANT)
 
 public:
     explicit ServiceControl(AccountFixture &fixture)
@@ -28,6 +29,8 @@ public:
     }
 
     QUrl url() const { return m_fixture.service.url(); }
+    /// The demo device's key, which opens Ada's account.
+    QUrl deviceKeyFile() const { return QUrl::fromLocalFile(QStringLiteral(DEMO_DEVICE_KEY)); }
     Q_INVOKABLE void logInElsewhere() { m_elsewhere.start(); }
     Q_INVOKABLE int loginCount() const { return int(m_fixture.service.logins().size()); }
 
