@@ -7,6 +7,9 @@ packages=(
   build-essential cmake ninja-build pkg-config git
   qtbase5-dev qtdeclarative5-dev
   qml-module-qttest qml-module-qtquick2 qml-module-qtquick-controls2 qtbase5-dev-tools
+  qtdeclarative5-dev-tools # qmlplugindump (plugins.qmltypes) and qmltestrunner (the installed module)
+  doxygen # the API reference, the docs target
+  xvfb xauth # the example application in a real window under Xvfb
   libssl-dev openssl
   libcpp-httplib-dev
   clang-format

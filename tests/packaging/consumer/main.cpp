@@ -1,5 +1,7 @@
 // A stand-in application: includes the installed headers the way applications do and calls into
-// every exported library, so that missing symbols or headers show up as a failed build or run.
+// every exported library, so that missing symbols or headers show up as a failed build or run. With
+// the QML import folder of the install as its argument it also imports Vantro.Account from there,
+// as a QML application does.
 #include <Vantro/getrequest.h>
 #include <Vantro/locations.h>
 #include <VantroAccount/account.h>
@@ -11,6 +13,10 @@
 
 #include <QCoreApplication>
 #include <QJsonObject>
+#include <QQmlComponent>
+#include <QQmlEngine>
+
+#include <memory>
 
 #include <cstdio>
 
@@ -37,6 +43,27 @@ int main(int argc, char **argv)
         vn::account::Account::profile().readString(QStringLiteral("clientId")) != account.clientId()) {
         std::fprintf(stderr, "unexpected account state: status %d\n", int(account.status()));
         return 1;
+    }
+    if (argc > 1) {
+        QQmlEngine engine;
+        engine.addImportPath(QString::fromLocal8Bit(argv[1]));
+        QQmlComponent component(&engine);
+        component.setData("import Vantro.Account 1.0\n"
+                          "Account { property bool gated: permission.present\n"
+                          "          property Permission permission: Permission {\n"
+                          "              require: Permission.ReadPermission | Permission.ConsumerType } }",
+                          QUrl());
+        const std::unique_ptr<QObject> fromQml(component.create());
+        if (!fromQml) {
+            std::fprintf(stderr, "QML: %s\n", qPrintable(component.errorString()));
+            return 1;
+        }
+        if (fromQml->property("status").toInt() != vn::account::Account::Disconnected ||
+            fromQml->property("gated").toBool()) {
+            std::fprintf(stderr, "unexpected account state in QML\n");
+            return 1;
+        }
+        std::printf("imported Vantro.Account from %s\n", argv[1]);
     }
     std::printf("profiles under %s\n", qPrintable(vn::Locations::profileLocation().path()));
     return 0;
