@@ -48,6 +48,11 @@ function(vantro_add_library target)
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
     install(FILES ${ARG_PUBLIC_HEADERS} ${generated}/${lower}_export.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${ARG_HEADER_DIR})
+    # The API reference is made from exactly the headers that are installed.
+    foreach(header IN LISTS ARG_PUBLIC_HEADERS)
+        get_filename_component(absolute ${header} ABSOLUTE)
+        set_property(GLOBAL APPEND PROPERTY VANTRO_INSTALLED_HEADERS ${absolute})
+    endforeach()
 endfunction()
 
 # vantro_add_test(<name> SOURCES ... [LIBS ...] [ENVIRONMENT ...] [TIMEOUT seconds])
