@@ -1,10 +1,25 @@
 #include "loginentry_p.h"
 
 #include "account.h"
+#include "loginlistmodel_p.h"
 
 #include <Vantro/deleterequest.h>
 
 namespace vn::account {
+
+QDateTime LoginEntry::since() const
+{
+    if (!m_sinceRead) {
+        m_since = QDateTime::fromString(record.value(QLatin1String("since")).toString(), Qt::ISODate);
+        m_sinceRead = true;
+    }
+    return m_since;
+}
+
+QString LoginEntry::hostInfo() const
+{
+    return record.value(QLatin1String("hostInfo")).toString();
+}
 
 void LoginEntry::startDelete()
 {
@@ -21,8 +36,12 @@ void LoginEntry::startDelete()
 void LoginEntry::handleDeleteResponse()
 {
     deletePending = false;
-    Q_EMIT deleted(deleteRequest->responseCode() == 200);
+    const bool success = deleteRequest->responseCode() == 200;
     deleteRequest = nullptr;
+    Q_EMIT deleted(success);
+    // The model hears of every entry's answer directly: a connection per row would cost more than
+    // the row itself whenever the list is rebuilt.
+    LoginListModelPrivate::get(model)->entryDeleted(this, success);
 }
 
 } // namespace vn::account

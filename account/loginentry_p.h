@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDateTime>
+#include <QJsonObject>
 #include <QObject>
 #include <QString>
 
@@ -10,28 +11,42 @@ class DeleteRequest;
 
 namespace vn::account {
 
+class LoginListModel;
+
 // One row of the login list: a login as the service lists it, and the request that ends it.
 class LoginEntry : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit LoginEntry(QObject *parent)
-        : QObject(parent)
+    // Owned by the model's rows rather than as a QObject child: a child costs two events, and
+    // the list is rebuilt every minute.
+    explicit LoginEntry(LoginListModel *model)
+        : model(model)
     {}
 
     /// Sends the DELETE of this login, unless one is in flight.
     void startDelete();
 
-    QDateTime since;
-    QString hostInfo;
+    // Read from the service's record when first asked for: a view asks only for the rows it shows,
+    // and the list is rebuilt every minute.
+    QDateTime since() const;
+    QString hostInfo() const;
+
+    LoginListModel *const model;
+    /// The login as the service lists it.
+    QJsonObject record;
     QString id;
     bool deletePending = false;
     bool currentSession = false;
     vn::DeleteRequest *deleteRequest = nullptr;
 
+private:
+    mutable QDateTime m_since;
+    mutable bool m_sinceRead = false;
+
 Q_SIGNALS:
-    /// Only a 200 answer ends a login.
+    /// Only a 200 answer ends a login. The model learns of it right after the signal.
     void deleted(bool status);
 
 public Q_SLOTS:

@@ -1,4 +1,5 @@
 #include "loginlistmodel.h"
+#include "loginlistmodel_p.h"
 
 #include "account.h"
 #include "logging_p.h"
@@ -10,7 +11,6 @@
 
 #include <QJsonArray>
 #include <QJsonValue>
-#include <QMap>
 
 namespace vn::account {
 
@@ -20,23 +20,10 @@ constexpr int PollInterval = 60000;
 
 } // namespace
 
-class LoginListModelPrivate
+LoginListModelPrivate::~LoginListModelPrivate()
 {
-public:
-    explicit LoginListModelPrivate(LoginListModel *owner)
-        : q(owner)
-    {}
-
-    void requestList();
-    void rebuild(const QJsonArray &logins);
-    int rowOf(LoginEntry *entry) const { return int(rows.indexOf(entry)); }
-
-    LoginListModel *const q;
-    Account account;
-    vn::GetRequest *listRequest = nullptr;
-    QMap<QString, LoginEntry *> byId;
-    QList<LoginEntry *> rows;
-};
+    qDeleteAll(rows);
+}
 
 void LoginListModelPrivate::requestList()
 {
@@ -55,13 +42,10 @@ void LoginListModelPrivate::rebuild(const QJsonArray &logins)
     QMap<QString, LoginEntry *> newById;
     newRows.reserve(logins.size());
     for (const QJsonValue &value : logins) {
-        const QJsonObject login = value.toObject();
         auto *entry = new LoginEntry(q);
-        entry->id = login.value(QLatin1String("id")).toString();
-        entry->since = QDateTime::fromString(login.value(QLatin1String("since")).toString(), Qt::ISODate);
-        entry->hostInfo = login.value(QLatin1String("hostInfo")).toString();
+        entry->record = value.toObject();
+        entry->id = entry->record.value(QLatin1String("id")).toString();
         entry->currentSession = session && session->identifier() == entry->id;
-        QObject::connect(entry, &LoginEntry::deleted, q, &LoginListModel::handleDeleted);
         newRows.append(entry);
         newById.insert(entry->id, entry);
     }
@@ -69,9 +53,9 @@ void LoginListModelPrivate::rebuild(const QJsonArray &logins)
     rows.swap(newRows);
     byId.swap(newById);
     q->endResetModel();
-    for (LoginEntry *entry : qAsConst(newRows)) {
-        entry->deleteLater();
-    }
+    // Nothing of an old entry is running here (the list request has finished, no delete answer is
+    // being handled), so the old entries go at once rather than one posted event each.
+    qDeleteAll(newRows);
 }
 
 LoginListModel::LoginListModel()
@@ -98,9 +82,9 @@ QVariant LoginListModel::data(const QModelIndex &index, int role) const
     case SessionIdRole:
         return entry->id;
     case ActiveSinceRole:
-        return entry->since;
+        return entry->since();
     case HostInfoRole:
-        return entry->hostInfo;
+        return entry->hostInfo();
     case CurrentSessionRole:
         return entry->currentSession;
     case DeletePendingRole:
@@ -153,24 +137,27 @@ void LoginListModel::receiveLoginList()
 
 void LoginListModel::handleDeleted(bool success)
 {
-    auto *entry = qobject_cast<LoginEntry *>(sender());
-    if (!entry) {
-        return;
+    if (auto *entry = qobject_cast<LoginEntry *>(sender())) {
+        d->entryDeleted(entry, success);
     }
-    const int row = d->rowOf(entry);
+}
+
+void LoginListModelPrivate::entryDeleted(LoginEntry *entry, bool success)
+{
+    const int row = rowOf(entry);
     if (!success) {
-        Q_EMIT dataChanged(index(row), index(row), {DeletePendingRole});
-        Q_EMIT deleteFailed(entry->id);
+        Q_EMIT q->dataChanged(q->index(row), q->index(row), {LoginListModel::DeletePendingRole});
+        Q_EMIT q->deleteFailed(entry->id);
         return;
     }
     // An entry that a refresh has already replaced has no row left to remove.
     if (row >= 0) {
-        beginRemoveRows(QModelIndex(), row, row);
-        d->rows.removeAt(row);
+        q->beginRemoveRows(QModelIndex(), row, row);
+        rows.removeAt(row);
     }
-    d->byId.remove(entry->id);
+    byId.remove(entry->id);
     if (row >= 0) {
-        endRemoveRows();
+        q->endRemoveRows();
     }
     entry->deleteLater();
 }

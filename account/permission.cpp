@@ -1,7 +1,7 @@
 #include "permission.h"
 
-#include "account.h"
 #include "consumer.h"
+#include "elementhub_p.h"
 
 #include <QPointer>
 
@@ -18,19 +18,22 @@ public:
     bool present = true;
     Permission::PermissionFlags require = Permission::NoPermission;
     QPointer<Consumer> consumer;
-    // A facade holds the process's account instance: it stays alive while this element does.
-    Account account;
+    // Watches the consumer for every element, and holds the account instance alive meanwhile.
+    std::shared_ptr<ElementHub> hub = ElementHub::acquire();
 };
 
 Permission::Permission(QObject *parent)
     : QObject(parent)
     , d(std::make_unique<PermissionPrivate>(this))
 {
-    connect(&d->account, &Account::consumerChanged, this, &Permission::updateConsumer);
+    d->hub->add(this);
     updateConsumer();
 }
 
-Permission::~Permission() = default;
+Permission::~Permission()
+{
+    d->hub->remove(this);
+}
 
 Permission::PermissionFlags Permission::require() const
 {
@@ -68,13 +71,7 @@ void Permission::updatePresent()
 
 void Permission::updateConsumer()
 {
-    if (d->consumer) {
-        disconnect(d->consumer, nullptr, this, nullptr);
-    }
-    d->consumer = d->account.consumer();
-    if (d->consumer) {
-        connect(d->consumer, &Consumer::permissionsChanged, this, &Permission::updatePresent);
-    }
+    d->consumer = d->hub->consumer();
     updatePresent();
 }
 

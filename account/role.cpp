@@ -1,7 +1,7 @@
 #include "role.h"
 
-#include "account.h"
 #include "consumer.h"
+#include "elementhub_p.h"
 
 #include <QPointer>
 
@@ -20,19 +20,22 @@ public:
     bool present = true;
     QStringList require;
     QPointer<Consumer> consumer;
-    // A facade holds the process's account instance: it stays alive while this element does.
-    Account account;
+    // Watches the consumer for every element, and holds the account instance alive meanwhile.
+    std::shared_ptr<ElementHub> hub = ElementHub::acquire();
 };
 
 Role::Role(QObject *parent)
     : QObject(parent)
     , d(std::make_unique<RolePrivate>(this))
 {
-    connect(&d->account, &Account::consumerChanged, this, &Role::updateConsumer);
+    d->hub->add(this);
     updateConsumer();
 }
 
-Role::~Role() = default;
+Role::~Role()
+{
+    d->hub->remove(this);
+}
 
 QStringList Role::require() const
 {
@@ -69,13 +72,7 @@ void Role::updatePresent()
 
 void Role::updateConsumer()
 {
-    if (d->consumer) {
-        disconnect(d->consumer, nullptr, this, nullptr);
-    }
-    d->consumer = d->account.consumer();
-    if (d->consumer) {
-        connect(d->consumer, &Consumer::rolesChanged, this, &Role::updatePresent);
-    }
+    d->consumer = d->hub->consumer();
     updatePresent();
 }
 

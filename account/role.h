@@ -49,6 +49,7 @@ private Q_SLOTS:
     void updateConsumer();
 
 private:
+    friend class ElementHub;
     Q_DISABLE_COPY(Role)
     std::unique_ptr<RolePrivate> const d;
 };

@@ -13,7 +13,7 @@ case "${1:-}" in
 *) echo "usage: bench/run-all.sh [--full]" >&2 && exit 2 ;;
 esac
 benchmarks=(bench_jsoncanonical bench_jsonsignature bench_keys bench_identitychain bench_profilerestore
-    bench_accountcore bench_services bench_devservice_login bench_devservice_throughput)
+    bench_accountcore bench_services bench_elements bench_devservice_login bench_devservice_throughput)
 
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
