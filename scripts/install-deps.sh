@@ -7,6 +7,7 @@ packages=(
   build-essential cmake ninja-build pkg-config git
   qtbase5-dev qtdeclarative5-dev
   qml-module-qttest qml-module-qtquick2 qml-module-qtquick-controls2 qtbase5-dev-tools
+  qml-module-qtquick-layouts # the example application
   qtdeclarative5-dev-tools # qmlplugindump (plugins.qmltypes) and qmltestrunner (the installed module)
   doxygen # the API reference, the docs target
   xvfb xauth # the example application in a real window under Xvfb

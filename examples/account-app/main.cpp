@@ -14,7 +14,6 @@
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
 #include <QQuickItem>
-#include <QQuickStyle>
 #include <QQuickWindow>
 #include <QSet>
 #include <QTimer>
@@ -50,8 +49,8 @@ int takeScreenshot(QQuickWindow *window, const QString &path)
     auto *name = window->findChild<QQuickItem *>(QStringLiteral("userName"));
     const QString shown = name ? name->property("text").toString() : QString();
     const int colours = distinctColours(image);
-    std::printf("account-app: saved %s (%dx%d, %d colours); the user's name shown: \"%s\"\n", qPrintable(path),
-                image.width(), image.height(), colours, qPrintable(shown));
+    std::printf("account-app: saved %s (%dx%d, %d colours); the user's name shown: \"%s\"\n",
+                qPrintable(path), image.width(), image.height(), colours, qPrintable(shown));
     const bool visible = name && name->isVisible() && name->width() > 0 && name->opacity() > 0;
     return visible && !shown.isEmpty() && colours >= MinimumColours ? 0 : 1;
 }
@@ -64,14 +63,14 @@ int main(int argc, char *argv[])
     QGuiApplication application(argc, argv);
     application.setApplicationName(QStringLiteral("account-app"));
     application.setApplicationDisplayName(QStringLiteral("Vantro Account example"));
-    QQuickStyle::setStyle(QStringLiteral("Fusion"));
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("The Vantro account example"));
     parser.addHelpOption();
-    const QCommandLineOption user(QStringLiteral("user"),
-                                  QStringLiteral("Sign NAME in at start, with the password in ACCOUNT_APP_PASSWORD."),
-                                  QStringLiteral("NAME"));
+    const QCommandLineOption user(
+        QStringLiteral("user"),
+        QStringLiteral("Sign NAME in at start, with the password in ACCOUNT_APP_PASSWORD."),
+        QStringLiteral("NAME"));
     const QCommandLineOption screenshot(QStringLiteral("screenshot"),
                                         QStringLiteral("Save the signed-in window to FILE and exit."),
                                         QStringLiteral("FILE"));
@@ -88,7 +87,8 @@ int main(int argc, char *argv[])
                                              qEnvironmentVariable("ACCOUNT_APP_PASSWORD"));
     qunsetenv("ACCOUNT_APP_PASSWORD");
     engine.load(QUrl(QStringLiteral("qrc:/account-app/main.qml")));
-    auto *window = engine.rootObjects().isEmpty() ? nullptr : qobject_cast<QQuickWindow *>(engine.rootObjects().first());
+    auto *window =
+        engine.rootObjects().isEmpty() ? nullptr : qobject_cast<QQuickWindow *>(engine.rootObjects().first());
     if (!window) {
         return 1;
     }
