@@ -144,7 +144,7 @@ void TestVantroAccount::cleanup()
             secrets.append(QString::fromLatin1(token));
     }
     // Nor a service token, or any other compact token: their header always encodes as "eyJ".
-    secrets.append(QStringLiteral("eyJhbGciOi"));
+    secrets.append(QStringLiteral("eyJhbGciOiJ"));
     for (const QString &secret : qAsConst(secrets)) {
         QVERIFY(secret.size() > 10);
         QVERIFY2(!m_printed.contains(secret), "a secret was printed");
