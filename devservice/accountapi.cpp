@@ -158,7 +158,8 @@ struct Challenge
     QDeadlineTimer deadline;
 };
 
-std::shared_ptr<const SignedScenario> signScenario(const Scenario &scenario)
+std::shared_ptr<const SignedScenario> signScenario(const Scenario &scenario,
+                                                   const QHash<QString, QUrl> &playedUrls)
 {
     auto signedScenario = std::make_shared<SignedScenario>(scenario);
     for (const Scenario::User &user : scenario.users()) {
@@ -195,7 +196,14 @@ std::shared_ptr<const SignedScenario> signScenario(const Scenario &scenario)
         Entitlement entitlement;
         entitlement.id = resource.record.value(QLatin1String("id")).toString();
         entitlement.type = resource.record.value(QLatin1String("type")).toString();
-        entitlement.envelope = crypto::JsonSignature::sign(resource.record, keys.value(issuer));
+        QJsonObject record = resource.record;
+        if (resource.isPlayedService() && playedUrls.contains(entitlement.id)) {
+            // Part of what is signed: the client trusts the URL because the record verifies.
+            QJsonObject payload = record.value(QLatin1String("payload")).toObject();
+            payload.insert(QStringLiteral("url"), playedUrls.value(entitlement.id).toString());
+            record.insert(QStringLiteral("payload"), payload);
+        }
+        entitlement.envelope = crypto::JsonSignature::sign(record, keys.value(issuer));
         entitlement.users = QSet<QString>(resource.users.cbegin(), resource.users.cend());
         if (entitlement.envelope.isEmpty()) {
             qCCritical(lcDevService, "Cannot sign the resource %s", qPrintable(entitlement.id));
@@ -590,12 +598,12 @@ AccountApi::AccountApi()
 
 AccountApi::~AccountApi() = default;
 
-bool AccountApi::setScenario(const Scenario &scenario)
+bool AccountApi::setScenario(const Scenario &scenario, const QHash<QString, QUrl> &playedUrls)
 {
     if (!scenario.isValid()) {
         return false;
     }
-    std::shared_ptr<const SignedScenario> signedScenario = signScenario(scenario);
+    std::shared_ptr<const SignedScenario> signedScenario = signScenario(scenario, playedUrls);
     if (!signedScenario) {
         return false;
     }
@@ -611,6 +619,20 @@ Scenario AccountApi::scenario() const
 {
     const std::shared_ptr<const SignedScenario> current = d->currentScenario();
     return current ? current->scenario : Scenario();
+}
+
+bool AccountApi::setPlayedServiceUrls(const QHash<QString, QUrl> &playedUrls)
+{
+    const std::shared_ptr<const SignedScenario> current = d->currentScenario();
+    std::shared_ptr<const SignedScenario> resigned =
+        current ? signScenario(current->scenario, playedUrls) : nullptr;
+    QMutexLocker locker(&d->mutex);
+    // A scenario set meanwhile was signed with URLs of its own.
+    if (!resigned || d->scenario != current) {
+        return false;
+    }
+    d->scenario = std::move(resigned);
+    return true;
 }
 
 void AccountApi::setIssuer(const QString &issuer)

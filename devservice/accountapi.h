@@ -3,10 +3,12 @@
 #include "scenario.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QJsonArray>
 #include <QList>
 #include <QPair>
 #include <QString>
+#include <QUrl>
 
 #include <memory>
 
@@ -48,9 +50,13 @@ public:
 
     /// Signs the scenario's identity chain and resources and makes it current. Every login and
     /// challenge of the scenario before is forgotten. False, with nothing changed, for an invalid
-    /// scenario.
-    bool setScenario(const Scenario &scenario);
+    /// scenario. A played service's record gets its URL from @p playedUrls (by resource id) before
+    /// it is signed.
+    bool setScenario(const Scenario &scenario, const QHash<QString, QUrl> &playedUrls = {});
     Scenario scenario() const;
+    /// Signs the current scenario's records again, with these URLs of its played services (by
+    /// resource id); logins and challenges stay.
+    bool setPlayedServiceUrls(const QHash<QString, QUrl> &playedUrls);
 
     /// The "iss" claim of the tokens it issues: the service's own URL.
     void setIssuer(const QString &issuer);

@@ -3,6 +3,7 @@
 #include "accountapi.h"
 #include "developmentkeys.h"
 #include "logging_p.h"
+#include "playedservice.h"
 #include "socketcontrol.h"
 
 #include <VantroCrypto/jsonsignature.h>
@@ -16,6 +17,8 @@
 #include <QThread>
 
 #include <httplib.h>
+
+#include <sys/socket.h>
 
 #include <atomic>
 #include <optional>
@@ -33,6 +36,8 @@ namespace {
 // client keeps it alive: enough of them that several clients with several connections each are
 // served at once.
 constexpr size_t WorkerThreads = 32;
+// A played service answers a demo's few requests.
+constexpr size_t PlayedServiceWorkerThreads = 4;
 constexpr size_t KeepAliveRequests = 1000;
 constexpr int MaximumLoggedPathLength = 200;
 
@@ -81,6 +86,16 @@ bool isWildcard(const QString &address)
     return host == QHostAddress::AnyIPv4 || host == QHostAddress::AnyIPv6 || host == QHostAddress::Any;
 }
 
+QUrl urlOf(const QString &address, quint16 port, const QString &path)
+{
+    QUrl url;
+    url.setScheme(QStringLiteral("http"));
+    url.setHost(address.isEmpty() || isWildcard(address) ? QStringLiteral("127.0.0.1") : address);
+    url.setPort(port);
+    url.setPath(path.isEmpty() ? QStringLiteral("/") : path);
+    return url;
+}
+
 QString normalisedBase(const QString &path)
 {
     QString base = path.trimmed();
@@ -111,25 +126,81 @@ AccountApi::Response failure(int status, const QString &message)
     return answer;
 }
 
+// One HTTP server on a thread of its own: the account service's, or that of a played service.
+struct Listener
+{
+    // Binds @p wanted (0: a free port) on @p address and starts serving.
+    bool start(std::unique_ptr<httplib::Server> bound, const QString &address, int wanted)
+    {
+        const std::string host = address.toStdString();
+        port = wanted == 0 ? bound->bind_to_any_port(host)
+                           : (wanted <= 65535 && bound->bind_to_port(host, wanted) ? wanted : -1);
+        if (port <= 0) {
+            qCWarning(lcDevService, "Cannot listen on %s port %d", qPrintable(address), wanted);
+            return false;
+        }
+        server = std::move(bound);
+        localAddress = isWildcard(address) ? std::string() : host;
+        httplib::Server *running = server.get();
+        thread = std::thread([running] { running->listen_after_bind(); });
+        // stop() only reaches a server whose loop runs.
+        const QDeadlineTimer deadline(10000);
+        while (!running->is_running() && !deadline.hasExpired()) {
+            std::this_thread::yield();
+        }
+        return true;
+    }
+
+    void stop()
+    {
+        if (!server) {
+            return;
+        }
+        server->stop();
+        // Workers wait on idle keep-alive connections for seconds; ending them lets the pool stop now.
+        SocketControl::shutDownConnections(localAddress, port);
+        if (thread.joinable()) {
+            thread.join();
+        }
+        server.reset();
+    }
+
+    std::unique_ptr<httplib::Server> server;
+    std::thread thread;
+    std::string localAddress; // empty for a wildcard address
+    int port = 0;
+};
+
+struct PlayedListener
+{
+    PlayedService service;
+    Listener listener;
+};
+
 } // namespace
 
 class DevServicePrivate
 {
 public:
-    void configure(httplib::Server &server);
+    void configure(httplib::Server &server, size_t workers);
     void serve(const httplib::Request &request, httplib::Response &response);
     void serveAdmin(const httplib::Request &request, httplib::Response &response);
-    void record(const httplib::Request &request);
+    void servePlayed(const PlayedService &service, const httplib::Request &request,
+                     httplib::Response &response);
+    bool startPlayedServices(const Scenario &scenario, const QString &listenAddress);
+    void stopPlayedServices();
+    QHash<QString, QUrl> playedResourceUrls() const;
+    void record(const httplib::Request &request, const QString &service = QString());
     std::optional<Fault> takeFault(const QByteArray &method, const QString &path);
     bool relativePath(const std::string &path, QString *relative) const;
     void pause(int milliseconds) const;
 
     AccountApi api;
 
-    // Start and stop; never held while a request is served.
+    // Start, stop and a new scenario; never held while a request is served.
     mutable QMutex lifecycleMutex;
-    std::unique_ptr<httplib::Server> server;
-    std::thread thread;
+    Listener account;
+    std::vector<std::unique_ptr<PlayedListener>> played;
     std::atomic<bool> stopping{false};
 
     // Everything the serving threads read and write.
@@ -137,18 +208,29 @@ public:
     QString basePath;
     QString address;
     quint16 port = 0;
+    quint16 servicesPort = 0;
     bool listening = false;
+    // By service name, while they listen.
+    QHash<QString, QUrl> playedUrls;
     qint64 maximumBodySize = DevService::DefaultMaximumBodySize;
     int journalLimit = DevService::DefaultJournalLimit;
     QList<Fault> faults;
     QList<DevService::ReceivedRequest> journal;
 };
 
-void DevServicePrivate::configure(httplib::Server &server)
+void DevServicePrivate::configure(httplib::Server &server, size_t workers)
 {
     // cpp-httplib takes ownership of the queue it gets from this factory and deletes it.
-    server.new_task_queue = [] { return new httplib::ThreadPool(WorkerThreads); };
+    server.new_task_queue = [workers] { return new httplib::ThreadPool(workers); };
     server.set_keep_alive_max_count(KeepAliveRequests);
+    // The HTTP layer's default lets a listener share a port that is taken (SO_REUSEPORT), and the
+    // system would split the connections between the two: the account service and its played
+    // services on one port, or two services started with the same ports. A port in use must fail
+    // to bind instead; SO_REUSEADDR alone still allows a quick restart on the same port.
+    server.set_socket_options([](socket_t socket) {
+        const int yes = 1;
+        setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+    });
     // Headers and body leave in separate writes; without this, each answer waits for the client's
     // delayed acknowledgement.
     server.set_tcp_nodelay(true);
@@ -198,15 +280,73 @@ void DevServicePrivate::configure(httplib::Server &server)
         }
         currentRequest.dropped = false;
     });
-    const auto handler = [this](const httplib::Request &request, httplib::Response &response) {
-        serve(request, response);
-    };
+}
+
+// Every method reaches the handler, which answers those it does not serve with 405.
+template<typename Handler>
+void route(httplib::Server &server, const Handler &handler)
+{
     server.Get(".*", handler);
     server.Post(".*", handler);
     server.Put(".*", handler);
     server.Patch(".*", handler);
     server.Delete(".*", handler);
     server.Options(".*", handler);
+}
+
+bool DevServicePrivate::startPlayedServices(const Scenario &scenario, const QString &listenAddress)
+{
+    int nextPort = 0;
+    {
+        QMutexLocker locker(&mutex);
+        nextPort = servicesPort;
+    }
+    for (const Scenario::Resource &resource : scenario.resources()) {
+        if (!resource.isPlayedService()) {
+            continue;
+        }
+        auto playing =
+            std::make_unique<PlayedListener>(PlayedListener{PlayedService(resource, scenario), {}});
+        auto server = std::make_unique<httplib::Server>();
+        configure(*server, PlayedServiceWorkerThreads);
+        const PlayedService *service = &playing->service;
+        route(*server, [this, service](const httplib::Request &request, httplib::Response &response) {
+            servePlayed(*service, request, response);
+        });
+        if (!playing->listener.start(std::move(server), listenAddress, nextPort)) {
+            return false;
+        }
+        nextPort = nextPort == 0 ? 0 : nextPort + 1;
+        const QUrl url = urlOf(listenAddress, quint16(playing->listener.port), QString());
+        qCInfo(lcDevService, "Playing the service %s on %s", qPrintable(service->name()),
+               qPrintable(url.toString()));
+        QMutexLocker locker(&mutex);
+        playedUrls.insert(service->name(), url);
+        played.push_back(std::move(playing));
+    }
+    return true;
+}
+
+void DevServicePrivate::stopPlayedServices()
+{
+    {
+        QMutexLocker locker(&mutex);
+        playedUrls.clear();
+    }
+    for (const auto &playing : played) {
+        playing->listener.stop();
+    }
+    played.clear();
+}
+
+QHash<QString, QUrl> DevServicePrivate::playedResourceUrls() const
+{
+    QHash<QString, QUrl> urls;
+    QMutexLocker locker(&mutex);
+    for (const auto &playing : played) {
+        urls.insert(playing->service.resourceId(), playedUrls.value(playing->service.name()));
+    }
+    return urls;
 }
 
 bool DevServicePrivate::relativePath(const std::string &path, QString *relative) const
@@ -220,9 +360,10 @@ bool DevServicePrivate::relativePath(const std::string &path, QString *relative)
     return true;
 }
 
-void DevServicePrivate::record(const httplib::Request &request)
+void DevServicePrivate::record(const httplib::Request &request, const QString &service)
 {
     DevService::ReceivedRequest received;
+    received.service = service;
     received.method = QByteArray::fromStdString(request.method);
     received.path = QByteArray::fromStdString(request.path);
     const auto question = request.target.find('?');
@@ -306,6 +447,16 @@ void DevServicePrivate::serve(const httplib::Request &request, httplib::Response
     write(response, answer);
 }
 
+void DevServicePrivate::servePlayed(const PlayedService &service, const httplib::Request &request,
+                                    httplib::Response &response)
+{
+    record(request, service.name());
+    write(
+        response,
+        service.handle({QByteArray::fromStdString(request.method), QString::fromStdString(request.path),
+                        QByteArray::fromStdString(request.get_header_value("Authorization")), QByteArray()}));
+}
+
 void DevServicePrivate::serveAdmin(const httplib::Request &request, httplib::Response &response)
 {
     if (!isLoopback(request.remote_addr)) {
@@ -384,7 +535,24 @@ DevService::~DevService()
 
 bool DevService::setScenario(const Scenario &scenario)
 {
-    return d->api.setScenario(scenario);
+    if (!scenario.isValid()) {
+        return false;
+    }
+    QMutexLocker lifecycle(&d->lifecycleMutex);
+    const bool listening = d->account.server != nullptr;
+    const QString listenAddress = address();
+    const Scenario previous = d->api.scenario();
+    // The played services' own ports may be pinned: those of the scenario before go first.
+    d->stopPlayedServices();
+    if ((!listening || d->startPlayedServices(scenario, listenAddress)) &&
+        d->api.setScenario(scenario, d->playedResourceUrls())) {
+        return true;
+    }
+    d->stopPlayedServices();
+    if (listening && d->startPlayedServices(previous, listenAddress)) {
+        d->api.setPlayedServiceUrls(d->playedResourceUrls());
+    }
+    return false;
 }
 
 Scenario DevService::scenario() const
@@ -455,34 +623,45 @@ void DevService::setJournalLimit(int requests)
     }
 }
 
+void DevService::setServicesPort(quint16 firstPort)
+{
+    QMutexLocker locker(&d->mutex);
+    d->servicesPort = firstPort;
+}
+
+quint16 DevService::servicesPort() const
+{
+    QMutexLocker locker(&d->mutex);
+    return d->servicesPort;
+}
+
 bool DevService::listen(const QString &address, quint16 port)
 {
     QMutexLocker lifecycle(&d->lifecycleMutex);
-    if (d->server) {
+    if (d->account.server) {
+        return false;
+    }
+    d->stopping = false;
+    // The played services first, their URLs signed into their records, so that the account
+    // service hands out nothing but records that name listening services.
+    if (!d->startPlayedServices(d->api.scenario(), address) ||
+        (!d->played.empty() && !d->api.setPlayedServiceUrls(d->playedResourceUrls()))) {
+        d->stopPlayedServices();
         return false;
     }
     auto server = std::make_unique<httplib::Server>();
-    d->configure(*server);
-    const std::string host = address.toStdString();
-    const int bound =
-        port == 0 ? server->bind_to_any_port(host) : (server->bind_to_port(host, port) ? port : -1);
-    if (bound <= 0) {
-        qCWarning(lcDevService, "Cannot listen on %s port %u", qPrintable(address), unsigned(port));
+    d->configure(*server, WorkerThreads);
+    route(*server, [this](const httplib::Request &request, httplib::Response &response) {
+        d->serve(request, response);
+    });
+    if (!d->account.start(std::move(server), address, port)) {
+        d->stopPlayedServices();
         return false;
-    }
-    d->server = std::move(server);
-    d->stopping = false;
-    httplib::Server *running = d->server.get();
-    d->thread = std::thread([running] { running->listen_after_bind(); });
-    // stop() only reaches a server whose loop runs.
-    const QDeadlineTimer deadline(10000);
-    while (!running->is_running() && !deadline.hasExpired()) {
-        std::this_thread::yield();
     }
     {
         QMutexLocker locker(&d->mutex);
         d->address = address;
-        d->port = quint16(bound);
+        d->port = quint16(d->account.port);
         d->listening = true;
     }
     d->api.setIssuer(serviceUrlText(url()));
@@ -493,25 +672,16 @@ bool DevService::listen(const QString &address, quint16 port)
 void DevService::stop()
 {
     QMutexLocker lifecycle(&d->lifecycleMutex);
-    if (!d->server) {
+    if (!d->account.server) {
         return;
     }
     d->stopping = true;
-    d->server->stop();
-    QString address;
-    quint16 port = 0;
     {
         QMutexLocker locker(&d->mutex);
-        address = d->address;
-        port = d->port;
         d->listening = false;
     }
-    // Workers wait on idle keep-alive connections for seconds; ending them lets the pool stop now.
-    SocketControl::shutDownConnections(isWildcard(address) ? std::string() : address.toStdString(), port);
-    if (d->thread.joinable()) {
-        d->thread.join();
-    }
-    d->server.reset();
+    d->account.stop();
+    d->stopPlayedServices();
 }
 
 bool DevService::isListening() const
@@ -535,12 +705,13 @@ quint16 DevService::port() const
 QUrl DevService::url() const
 {
     QMutexLocker locker(&d->mutex);
-    QUrl url;
-    url.setScheme(QStringLiteral("http"));
-    url.setHost(d->address.isEmpty() || isWildcard(d->address) ? QStringLiteral("127.0.0.1") : d->address);
-    url.setPort(d->port);
-    url.setPath(d->basePath.isEmpty() ? QStringLiteral("/") : d->basePath);
-    return url;
+    return urlOf(d->address, d->port, d->basePath);
+}
+
+QUrl DevService::playedServiceUrl(const QString &name) const
+{
+    QMutexLocker locker(&d->mutex);
+    return d->playedUrls.value(name);
 }
 
 QJsonObject DevService::configuration() const

@@ -19,6 +19,8 @@ class DevServicePrivate;
 
 /// The development account service: a real HTTP service that answers every request of the account
 /// library below "<base>/api/v1/", with the users, keys, identities and resources of a scenario.
+/// It also plays the scenario's services that name no URL, each on a loopback origin of its own,
+/// so that a service token can be seen at work (see playedServiceUrl()).
 ///
 /// listen() starts it on threads of its own; every operation is safe to call from any thread while
 /// it serves. Tests start it on port 0, configure it, inject faults and read back the requests it
@@ -36,6 +38,8 @@ public:
         /// Header names in lower case.
         QMap<QByteArray, QByteArray> headers;
         QByteArray body;
+        /// The name of the played service that received it; empty for the account service.
+        QString service;
     };
 
     static constexpr quint16 DefaultPort = 8421;
@@ -53,8 +57,9 @@ public:
     explicit DevService(const Scenario &scenario);
     ~DevService();
 
-    /// Replaces the scenario; every login and challenge is forgotten. False, with nothing
-    /// changed, for an invalid scenario.
+    /// Replaces the scenario; every login and challenge is forgotten, and while it listens the
+    /// played services of the scenario before give way to those of this one. False, with the
+    /// scenario unchanged, for an invalid scenario or when a played service cannot be bound.
     bool setScenario(const Scenario &scenario);
     Scenario scenario() const;
 
@@ -78,16 +83,25 @@ public:
     qint64 maximumBodySize() const;
     void setJournalLimit(int requests);
 
-    /// Starts serving on @p address and @p port (0 lets the system pick one). False when the
+    /// The port of the first played service, the next one on the next port and so on; 0 (the
+    /// default) lets the system pick a free port for each. Set before listen().
+    void setServicesPort(quint16 firstPort);
+    quint16 servicesPort() const;
+
+    /// Starts serving on @p address and @p port (0 lets the system pick one), and the played
+    /// services on the same address, with their URLs signed into their records. False when an
     /// address cannot be bound or the service already listens.
     bool listen(const QString &address = QStringLiteral("127.0.0.1"), quint16 port = DefaultPort);
-    /// Stops serving: ends open connections and waits for the service's threads.
+    /// Stops serving, the played services too: ends open connections and waits for the threads.
     void stop();
     bool isListening() const;
     QString address() const;
     quint16 port() const;
     /// http://address:port/base; a wildcard listen address is given as 127.0.0.1.
     QUrl url() const;
+    /// http://address:port/ of the played service named @p name (the "service" of its resource);
+    /// empty when no such service is played or the service does not listen.
+    QUrl playedServiceUrl(const QString &name) const;
 
     /// An account configuration naming url() and the development root identity, signed with the
     /// development configuration key.

@@ -53,6 +53,10 @@ int main(int argc, char *argv[])
          QStringLiteral("address"), QStringLiteral("127.0.0.1")},
         {QStringLiteral("port"), QStringLiteral("Port to listen on; 0 picks a free one (default 8421)."),
          QStringLiteral("port"), QString::number(vn::devservice::DevService::DefaultPort)},
+        {QStringLiteral("services-port"),
+         QStringLiteral("Port of the first played service, the next one on the next port; 0 (default) "
+                        "picks free ones."),
+         QStringLiteral("port")},
         {QStringLiteral("base"), QStringLiteral("Path below which the service answers, e.g. /base."),
          QStringLiteral("path")},
         {QStringLiteral("scenario"), QStringLiteral("Scenario file to serve instead of the demo."),
@@ -78,14 +82,16 @@ int main(int argc, char *argv[])
     }
 
     int port = vn::devservice::DevService::DefaultPort;
+    int servicesPort = 0;
     int tokenLifetime = vn::devservice::DevService::DefaultTokenLifetime;
     int serviceTokenLifetime = vn::devservice::DevService::DefaultServiceTokenLifetime;
     constexpr int MaximumLifetime = 10 * 365 * 24 * 3600;
     if (!readNumber(parser, QStringLiteral("port"), 0, 65535, &port) ||
+        !readNumber(parser, QStringLiteral("services-port"), 0, 65535, &servicesPort) ||
         !readNumber(parser, QStringLiteral("token-lifetime"), 1, MaximumLifetime, &tokenLifetime) ||
         !readNumber(parser, QStringLiteral("service-token-lifetime"), 1, MaximumLifetime,
                     &serviceTokenLifetime)) {
-        return fail(QStringLiteral("--port takes 0 to 65535, the lifetimes a positive number of seconds"),
+        return fail(QStringLiteral("the ports take 0 to 65535, the lifetimes a positive number of seconds"),
                     ExitUsage);
     }
 
@@ -104,9 +110,13 @@ int main(int argc, char *argv[])
     service.setBasePath(parser.value(QStringLiteral("base")));
     service.setTokenLifetime(tokenLifetime);
     service.setServiceTokenLifetime(serviceTokenLifetime);
+    service.setServicesPort(quint16(servicesPort));
     if (!service.listen(parser.value(QStringLiteral("listen")), quint16(port))) {
         return fail(QStringLiteral("cannot listen on ") + parser.value(QStringLiteral("listen")) +
-                    QLatin1String(" port ") + QString::number(port));
+                    QLatin1String(" port ") + QString::number(port) +
+                    (servicesPort == 0
+                         ? QString()
+                         : QLatin1String(" or the ports from ") + QString::number(servicesPort)));
     }
     if (parser.isSet(QStringLiteral("write-config"))) {
         QString error;
@@ -115,6 +125,12 @@ int main(int argc, char *argv[])
         }
     }
     std::printf("listening on %s\n", qPrintable(service.url().toString()));
+    for (const vn::devservice::Scenario::Resource &resource : scenario.resources()) {
+        if (resource.isPlayedService()) {
+            std::printf("service %s on %s\n", qPrintable(resource.serviceName()),
+                        qPrintable(service.playedServiceUrl(resource.serviceName()).toString()));
+        }
+    }
     std::fflush(stdout);
 
     int signal = 0;

@@ -329,6 +329,7 @@ private:
         }
         const QString ownIdentity = data.identities.constLast().id;
         QSet<QString> ids;
+        QSet<QString> playedNames;
         for (int index = 0; index < array.size(); ++index) {
             const QString where = at("resources", index);
             QJsonObject entry;
@@ -377,6 +378,14 @@ private:
                 {QStringLiteral("issuer"), issuer},
                 {QStringLiteral("payload"), payload.isUndefined() ? QJsonValue(QJsonObject()) : payload},
             };
+            if (resource.isPlayedService()) {
+                // The name is how clients' tokens and the service's listeners tell it apart.
+                if (resource.serviceName().isEmpty() || playedNames.contains(resource.serviceName())) {
+                    return fail(where + QLatin1String(".payload.service"),
+                                QStringLiteral("a played service needs a name of its own"));
+                }
+                playedNames.insert(resource.serviceName());
+            }
             data.resources.append(resource);
         }
         return true;
@@ -473,6 +482,18 @@ QList<Scenario::Identity> Scenario::identities() const
 QList<Scenario::Resource> Scenario::resources() const
 {
     return d->resources;
+}
+
+bool Scenario::Resource::isPlayedService() const
+{
+    const QJsonValue payload = record.value(QLatin1String("payload"));
+    return record.value(QLatin1String("type")).toString() == QLatin1String("vantro.resource.Service") &&
+           payload.isObject() && payload.toObject().value(QLatin1String("url")).toString().isEmpty();
+}
+
+QString Scenario::Resource::serviceName() const
+{
+    return record.value(QLatin1String("payload")).toObject().value(QLatin1String("service")).toString();
 }
 
 crypto::PrivateKey Scenario::tokenKey() const

@@ -58,6 +58,12 @@ public:
         /// Served with its payload changed after signing, so that its signature does not verify: a
         /// forged record for clients to refuse.
         bool tampered = false;
+
+        /// A "vantro.resource.Service" record whose payload names no "url": the development
+        /// service plays that service itself and fills in the URL it listens on before signing.
+        bool isPlayedService() const;
+        /// The payload's "service" name; empty when there is none.
+        QString serviceName() const;
     };
 
     /// An empty, invalid scenario.

@@ -198,7 +198,7 @@ private slots:
                                 "QJsonValue(object, QJsonObject({\"error\":\"injected fault\"}))"
                              << false;
         QTest::newRow("success that is not JSON")
-            << 200 << QByteArray("token=abc") << "Failed to parse token response 4 \"illegal value\"" << true;
+            << 200 << QByteArray("token=abc") << "Failed to parse token response 5 \"illegal value\"" << true;
         QTest::newRow("not a compact token") << 200 << QByteArray(R"({"token": "opaque"})")
                                              << "Successful token request returned invalid token" << false;
         // {"alg":"RS256","typ":"JWT"} . {"exp":1000,"aud":"demo-files"} . (signature)
@@ -230,7 +230,7 @@ private slots:
         QCOMPARE(files->status(), Service::Pending);
         QCOMPARE(statusChanged.size(), 1);
         QVERIFY(!s_serviceCriticals.isEmpty());
-        QCOMPARE(s_serviceCriticals.first(), logged.arg(files->uuid()));
+        QCOMPARE(s_serviceCriticals.first(), logged.replace("%1", files->uuid()));
         // Attempts at 0, 5, 15, 35, 75, 155 ms on the fast clock: backing off, never every tick.
         const int attempts = tokenRequests(files);
         QVERIFY2(stuck ? attempts == 1 : attempts >= 3 && attempts <= 7,

@@ -62,6 +62,7 @@ Reply ServiceClient::send(const QByteArray &method, const QString &path, const Q
     QObject::connect(request, &Request::finished, &loop, [&] {
         reply.status = request->responseCode();
         reply.error = request->error();
+        reply.wwwAuthenticate = request->responseHeader("WWW-Authenticate");
         QJsonParseError error;
         reply.json = request->response(&error);
         reply.parsed = error.error == QJsonParseError::NoError;

@@ -31,6 +31,7 @@ struct Reply
     QNetworkReply::NetworkError error = QNetworkReply::NoError;
     QJsonValue json;
     bool parsed = false;
+    QByteArray wwwAuthenticate;
 
     QJsonObject object() const { return json.toObject(); }
     QJsonArray array() const { return json.toArray(); }

@@ -1,6 +1,6 @@
 // The development service library over real HTTP: every endpoint with its statuses, both ways to
 // log in, the identity chain and resources as a client verifies them, bad input, faults on demand,
-// the journal, many clients at once, and scenarios.
+// the journal, many clients at once, scenarios, and the services it plays.
 
 #include "serviceclient.h"
 
@@ -36,6 +36,7 @@ Q_DECLARE_METATYPE(vn::devservice::Fault)
 namespace {
 
 const QString FilesService = QStringLiteral("e229d538-f031-47f0-8501-7318f794bdf8");
+const QString ReportsService = QStringLiteral("5a0e8c1e-6f3b-4d2a-9c47-8b1d2e3f4a5b");
 const QString Admin = QStringLiteral("../../admin/faults");
 
 // JSON written with single quotes, which read better in C++ string literals.
@@ -150,6 +151,8 @@ private slots:
     void refusedWithoutLiveLogin_data();
     void refusedWithoutLiveLogin();
     void chainAndResourcesVerifyUnderTheConfiguredRoot();
+    void playedServices_data();
+    void playedServices();
     void logins();
     void faults_data();
     void faults();
@@ -454,12 +457,88 @@ void TestDevService::chainAndResourcesVerifyUnderTheConfiguredRoot()
 
     const QJsonArray resources = client.get("entitled").array();
     QCOMPARE(resources.size(), 9);
+    // Each played service on an origin of its own, named by its signed record.
+    QSet<QString> origins{m_service.url().adjusted(QUrl::RemovePath).toString()};
     for (const QJsonValue &resource : resources) {
         const QString issuer = text(resource, "issuer");
         QVERIFY2(keys.contains(issuer) && JsonSignature::verify(resource.toObject(), keys.value(issuer)),
                  qPrintable(text(resource, "id")));
         QVERIFY(keys.contains(text(resource, "owner")));
+        const QJsonValue payload = resource.toObject().value("payload");
+        if (text(resource, "type") == "vantro.resource.Service") {
+            QCOMPARE(QUrl(text(payload, "url")), m_service.playedServiceUrl(text(payload, "service")));
+            origins.insert(QUrl(text(payload, "url")).adjusted(QUrl::RemovePath).toString());
+        }
     }
+    QCOMPARE(origins.size(), 3);
+}
+
+void TestDevService::playedServices_data()
+{
+    QTest::addColumn<QString>("service");
+    QTest::addColumn<QString>("bearer");
+    QTest::addColumn<QByteArray>("method");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("error");
+    auto row = [](const char *name, const char *service, const char *bearer, int status,
+                  const char *error = "", const char *method = "GET") {
+        QTest::newRow(name) << QString(service) << QString(bearer) << QByteArray(method) << status
+                            << QString(error);
+    };
+    const char *otherAudience = "the token is not for this service";
+    row("files, own token", "demo-files", "demo-files", 200);
+    row("reports, own token", "demo-reports", "demo-reports", 200);
+    row("no token", "demo-files", "", 401, "a bearer token is required");
+    row("token for the other service", "demo-files", "demo-reports", 401, otherAudience);
+    row("token of the account", "demo-reports", "account", 401, otherAudience);
+    row("expired", "demo-files", "expired", 401, "the token has expired");
+    row("signature of another token", "demo-files", "tampered", 401, "the token's signature does not verify");
+    row("POST", "demo-files", "demo-files", 405, "method not allowed", "POST");
+}
+
+void TestDevService::playedServices()
+{
+    QFETCH(QString, service);
+    QFETCH(QString, bearer);
+    QFETCH(QByteArray, method);
+    QFETCH(int, status);
+    QFETCH(QString, error);
+
+    ServiceClient ada(m_service.url());
+    const QByteArray account = ada.login(Ada, AdaPassword);
+    ada.setToken(account);
+    m_service.setServiceTokenLifetime(bearer == "expired" ? -1 : 60);
+    const QByteArray files = ada.get("tokens/" + FilesService).text("token").toLatin1();
+    m_service.setServiceTokenLifetime(60);
+    const QHash<QString, QByteArray> tokens{
+        {"demo-files", files},
+        {"expired", files},
+        {"demo-reports", ada.get("tokens/" + ReportsService).text("token").toLatin1()},
+        {"account", account},
+        {"tampered", files.left(files.lastIndexOf('.')) + account.mid(account.lastIndexOf('.'))}};
+    const QByteArray token = tokens.value(bearer);
+
+    ServiceClient client(m_service.playedServiceUrl(service));
+    client.setToken(token);
+    m_service.clearJournal();
+    const Reply reply = client.send(method, "items");
+    QCOMPARE(reply.status, status);
+    const QString expires =
+        QDateTime::fromSecsSinceEpoch(qint64(tokenClaims(token).value("exp").toDouble()), Qt::UTC)
+            .toString(Qt::ISODate);
+    const QJsonObject caller{{"service", service},
+                             {"path", "/api/v1/items"},
+                             {"subject", "d99d9154-7a9c-4694-a1c7-0e2359e87f70"},
+                             {"name", "Ada Lovelace"},
+                             {"expires", expires}};
+    // Says who called, or what was wrong, but never the token.
+    QCOMPARE(reply.object(), status == 200 ? caller : QJsonObject({{"error", error}}));
+    QCOMPARE(reply.wwwAuthenticate, QByteArray(status == 401 ? "Bearer" : ""));
+    const QList<DevService::ReceivedRequest> journal = m_service.journal();
+    QCOMPARE(journal.size(), 1);
+    QCOMPARE(journal.at(0).service, service);
+    QCOMPARE(journal.at(0).headers.value("authorization"),
+             token.isEmpty() ? QByteArray() : "Bearer " + token);
 }
 
 void TestDevService::logins()
@@ -691,8 +770,11 @@ void TestDevService::scenarios()
     client.as(Ada, AdaPassword);
     QVERIFY(!service.setScenario(Scenario()));
     QCOMPARE(client.get("consumer").status, 200);
+    QVERIFY(!service.playedServiceUrl("demo-files").isEmpty());
     QVERIFY(service.setScenario(scenario));
     QCOMPARE(client.get("consumer").status, 401);
+    // The played services follow the scenario.
+    QVERIFY(service.playedServiceUrl("demo-files").isEmpty() && !service.playedServiceUrl("s").isEmpty());
     QCOMPARE(client.login(Ada, AdaPassword), QByteArray());
 
     const QJsonObject defaults{{"name", "carol"}, {"email", "carol"}, {"roles", QJsonArray()}};
@@ -739,6 +821,8 @@ void TestDevService::brokenScenarios_data()
         "resources[0].issuer:");
     row("resource for nobody", "{'resources': [{'id': 'r', 'type': 't', 'users': ['eve']}]}",
         "resources[0].users:");
+    row("played service without a name", "{'resources': [{'id': 'r', 'type': 'vantro.resource.Service'}]}",
+        "resources[0].payload.service:");
 }
 
 void TestDevService::brokenScenarios()

@@ -36,6 +36,13 @@ void TestDevServiceProgram::servesAndStops()
     const auto match = QRegularExpression("^listening on (http://127\\.0\\.0\\.1:\\d+/base)$").match(line);
     QVERIFY2(match.hasMatch(), qPrintable(line));
     const QUrl url(match.captured(1));
+    QString services = QString::fromUtf8(program.readLine());
+    services += QString::fromUtf8(program.readLine());
+    QVERIFY2(QRegularExpression("^service demo-files on http://127\\.0\\.0\\.1:\\d+/\n"
+                                "service demo-reports on http://127\\.0\\.0\\.1:\\d+/\n$")
+                 .match(services)
+                 .hasMatch(),
+             qPrintable(services));
     const QJsonObject configuration = QJsonDocument::fromJson(readFile(configurationPath)).object();
     QCOMPARE(text(configuration, "serviceUrl"), url.toString());
     QVERIFY(vn::crypto::JsonSignature::verify(configuration,
@@ -77,6 +84,7 @@ void TestDevServiceProgram::refusesBadOptions_data()
     QTest::addColumn<int>("exitCode");
     QTest::newRow("port not a number") << QStringList{"--port", "eighty"} << 2;
     QTest::newRow("port out of range") << QStringList{"--port", "70000"} << 2;
+    QTest::newRow("services port out of range") << QStringList{"--services-port", "70000"} << 2;
     QTest::newRow("token lifetime zero") << QStringList{"--token-lifetime", "0"} << 2;
     QTest::newRow("unknown option") << QStringList{"--verbose"} << 2;
     QTest::newRow("stray argument") << QStringList{"serve"} << 2;
