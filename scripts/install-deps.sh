@@ -10,7 +10,7 @@ packages=(
   qml-module-qtquick-layouts # the example application
   qtdeclarative5-dev-tools # qmlplugindump (plugins.qmltypes) and qmltestrunner (the installed module)
   doxygen # the API reference, the docs target
-  xvfb xauth # the example application in a real window under Xvfb
+  xvfb xauth fonts-dejavu-core # the example application in a real window under Xvfb
   libssl-dev openssl
   libcpp-httplib-dev
   clang-format
