@@ -21,6 +21,16 @@ ScrollView {
         default: return ""
         }
     }
+    // The account's services, among all its resources.
+    readonly property var services: {
+        var found = []
+        for (var index = 0; index < account.resources.length; ++index) {
+            if (account.resources[index].type === "vantro.resource.Service") {
+                found.push(account.resources[index])
+            }
+        }
+        return found
+    }
     function shortType(type) { return type.replace("vantro.resource.", "") }
     function identityChain(identity) {
         var names = []
@@ -125,10 +135,10 @@ ScrollView {
         Card {
             title: qsTr("Services")
             Layout.preferredWidth: 1
+            Label { text: qsTr("No services"); visible: page.services.length === 0; color: "#4d5b6b" }
             Repeater {
-                model: account.resources
+                model: page.services
                 delegate: RowLayout {
-                    visible: modelData.type === "vantro.resource.Service"
                     Layout.fillWidth: true
                     ColumnLayout {
                         spacing: 0
@@ -142,7 +152,11 @@ ScrollView {
                     }
                     Switch {
                         checked: modelData.enabled === true
-                        onToggled: checked ? modelData.enable() : modelData.disable()
+                        onToggled: {
+                            checked ? modelData.enable() : modelData.disable()
+                            // The service decides; the switch keeps following it.
+                            checked = Qt.binding(function() { return modelData.enabled === true })
+                        }
                     }
                 }
             }
