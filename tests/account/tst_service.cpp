@@ -133,7 +133,15 @@ private slots:
         QCOMPARE(files->createRequest(m_fixture.service.url()).url(), m_fixture.service.url());
 
         // The account's own token stays with the account service, though both listen on one host.
+        m_fixture.service.clearJournal();
         QCOMPARE(fetch(filesItems).first, 401);
+        QByteArrayList filesHeaders;
+        for (const auto &request : m_fixture.service.journal()) {
+            if (request.service == QLatin1String("demo-files")) {
+                filesHeaders.append(request.headers.value("authorization"));
+            }
+        }
+        QCOMPARE(filesHeaders, QByteArrayList{QByteArray()});
 
         QList<int> filesStatus;
         connect(files, &Service::statusChanged, this, [&] { filesStatus.append(files->status()); });
