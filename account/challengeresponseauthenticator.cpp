@@ -57,18 +57,23 @@ void ChallengeResponseAuthenticator::setPrivateKey(const crypto::PrivateKey &key
 
 bool ChallengeResponseAuthenticator::loadPrivateKey(const QUrl &file, const QString &passphrase)
 {
-    const QString path = file.isLocalFile() ? file.toLocalFile() : file.path();
+    // A key compiled into the application comes as a "qrc:" URL, and QFile reads it as ":/path".
+    const QString path = file.isLocalFile()                      ? file.toLocalFile()
+                         : file.scheme() == QLatin1String("qrc") ? QLatin1Char(':') + file.path()
+                                                                 : file.path();
     QFile keyFile(path);
     if (!keyFile.open(QIODevice::ReadOnly)) {
         qCWarning(lcAccountKeyAuth, "Cannot read the key file %s: %s", qUtf8Printable(path),
                   qUtf8Printable(keyFile.errorString()));
         return false;
     }
-    if (keyFile.size() > MaximumKeyFileSize) {
+    // Read with a limit rather than trusting the size: a pipe reports none.
+    const QByteArray pem = keyFile.read(MaximumKeyFileSize + 1);
+    if (pem.size() > MaximumKeyFileSize) {
         qCWarning(lcAccountKeyAuth, "The key file %s is too large to hold a key", qUtf8Printable(path));
         return false;
     }
-    const crypto::PrivateKey key(keyFile.readAll(), passphrase);
+    const crypto::PrivateKey key(pem, passphrase);
     if (!key.isValid()) {
         qCWarning(lcAccountKeyAuth, "The key file %s holds no usable private key: %s", qUtf8Printable(path),
                   qUtf8Printable(key.errorString()));

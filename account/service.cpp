@@ -1,6 +1,7 @@
 #include "service.h"
 #include "service_p.h"
 
+#include "accountconfiguration.h"
 #include "accountinstance.h"
 #include "logging_p.h"
 #include "timescale_p.h"
@@ -73,9 +74,17 @@ void ServicePrivate::requestToken()
 void ServicePrivate::registerToken()
 {
     authorization.reset();
+    // The newest registration wins for an origin: a service token for the account service's own
+    // origin would take over the account's header there, and its next refresh would sign it out.
+    const QString origin = network::Authorization::originHost(url);
+    if (origin == network::Authorization::originHost(AccountConfiguration::serviceUrl())) {
+        qCWarning(lcAccountService) << "Service" << name << "shares the origin of the account service;"
+                                    << "its token is not registered";
+        return;
+    }
     // Bound to the service's origin: another port of the same host is another service, which gets
     // a token of its own.
-    const QStringList hosts{network::Authorization::originHost(url)};
+    const QStringList hosts{origin};
     const std::shared_ptr<network::AuthorizationRegistry> registry =
         network::AuthorizationRegistry::instance();
     authorization = network::AuthorizationHandle(
@@ -121,7 +130,9 @@ QNetworkRequest Service::createRequest(const QUrl &url) const
 
 vn::GetRequest *Service::getRequest(const QUrl &url) const
 {
-    return account()->getRequest(url.isRelative() ? d->url.resolved(url) : url);
+    // Never resolved a second time against the account service: a service without a URL of its
+    // own must not turn "items" into a request to the account service.
+    return account()->getRequest(createRequest(url));
 }
 
 vn::GetRequest *Service::getRequest(const QNetworkRequest &request) const
@@ -134,10 +145,12 @@ void Service::enable()
     if (d->status != Disabled) {
         return;
     }
-    d->setStatus(Pending);
     // The back-off is not reset: a service disabled after failures goes on where it stopped.
     d->requestToken();
     d->timer.start(TimeScale::interval(ServicePrivate::TickInterval), this);
+    // Announced last, once the service is in the state it announces: a slot that disables it
+    // again finds a request and a timer to stop.
+    d->setStatus(Pending);
 }
 
 void Service::disable()
@@ -152,8 +165,8 @@ void Service::disable()
     d->requestPending = false;
     d->token = AccessToken();
     d->claims = JsonWebToken();
-    d->setStatus(Disabled);
     d->timer.stop();
+    d->setStatus(Disabled);
 }
 
 void Service::processResponse()
@@ -221,10 +234,11 @@ void Service::timerEvent(QTimerEvent *)
             d->scheduleNext(ServicePrivate::CheckDelay);
             return;
         }
-    } else {
-        d->setStatus(Pending);
+        d->requestToken();
+        return;
     }
     d->requestToken();
+    d->setStatus(Pending);
 }
 
 } // namespace vn::account

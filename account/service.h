@@ -57,9 +57,11 @@ public:
     /// token reaches the request through the registered authorization.
     QNetworkRequest createRequest(const QUrl &url) const;
     /// A GET of @p url, resolved against url() when relative, on the account's network access
-    /// manager. The caller owns it (parentless, it deletes itself once finished() is delivered).
+    /// manager. It has no QObject parent: it is sent when control returns to the event loop and
+    /// deletes itself once finished() has been delivered, so connect to finished() right away.
     vn::GetRequest *getRequest(const QUrl &url) const;
-    /// A GET of @p request exactly as it is, on the account's network access manager.
+    /// A GET of @p request exactly as it is, on the account's network access manager; the request
+    /// object behaves as above.
     vn::GetRequest *getRequest(const QNetworkRequest &request) const;
 
 Q_SIGNALS:

@@ -123,7 +123,10 @@ private slots:
         m_fixture.service.setChallengeLifetime(challengeLifetime);
         m_fixture.service.clearJournal();
         if (status == AbstractAuthenticator::RequestFailed && requests == 1 && !phaseOneFault) {
-            QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("\\S")); // the key's own reason
+            // The whole line is the key's own reason, as it gives it for the same challenge.
+            PrivateKey probe = m_demoKey;
+            probe.decrypt(QByteArray::fromBase64("AAECAwQF"));
+            QTest::ignoreMessage(QtCriticalMsg, qPrintable(probe.errorString()));
         }
 
         QSignalSpy finished(&authenticator, &AbstractAuthenticator::finished);

@@ -64,7 +64,8 @@ class TestService : public QObject
         QPointer<vn::GetRequest> request = Account().getRequest(url);
         request->setSuppressErrors(true);
         QPair<int, QJsonObject> answer{-1, {}};
-        QObject::connect(request.data(), &vn::Request::finished, request.data(), [&] {
+        const QObject context; // a late answer finds nobody to tell
+        QObject::connect(request.data(), &vn::Request::finished, &context, [&] {
             answer = {request->responseCode(), request->responseObject()};
         });
         static_cast<void>(QTest::qWaitFor([&answer] { return answer.first >= 0; }, 5000));
@@ -133,7 +134,15 @@ private slots:
         QCOMPARE(files->createRequest(m_fixture.service.url()).url(), m_fixture.service.url());
 
         // The account's own token stays with the account service, though both listen on one host.
+        m_fixture.service.clearJournal();
         QCOMPARE(fetch(filesItems).first, 401);
+        QByteArrayList filesHeaders;
+        for (const auto &request : m_fixture.service.journal()) {
+            if (request.service == QLatin1String("demo-files")) {
+                filesHeaders.append(request.headers.value("authorization"));
+            }
+        }
+        QCOMPARE(filesHeaders, QByteArrayList{QByteArray()});
 
         QList<int> filesStatus;
         connect(files, &Service::statusChanged, this, [&] { filesStatus.append(files->status()); });
@@ -246,11 +255,28 @@ private slots:
         QTRY_COMPARE(files->status(), Service::Ready);
     }
 
-    // A token with less than five minutes left is renewed while it still works; the status stays.
+    // A token with less than five minutes left is renewed while it still works, one with more is
+    // only looked at; one that runs out while the renewal fails leaves the service Pending.
+    void renewal_data()
+    {
+        QTest::addColumn<int>("lifetime");
+        QTest::addColumn<bool>("renewalFails");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<int>("minimumRequests");
+        QTest::newRow("an hour left: kept") << 3600 << false << int(Service::Ready) << 1;
+        QTest::newRow("two minutes left: renewed") << 120 << false << int(Service::Ready) << 3;
+        QTest::newRow("run out, renewal refused") << 2 << true << int(Service::Pending) << 2;
+    }
+
     void renewal()
     {
+        QFETCH(int, lifetime);
+        QFETCH(bool, renewalFails);
+        QFETCH(int, status);
+        QFETCH(int, minimumRequests);
+
         Service *files = service(QStringLiteral("demo-files"));
-        m_fixture.service.setServiceTokenLifetime(120);
+        m_fixture.service.setServiceTokenLifetime(lifetime);
         const auto restore = qScopeGuard([this] {
             m_fixture.service.setServiceTokenLifetime(
                 vn::devservice::DevService::DefaultServiceTokenLifetime);
@@ -259,9 +285,33 @@ private slots:
         files->enable();
         QTRY_COMPARE(files->status(), Service::Ready);
         QSignalSpy statusChanged(files, &Service::statusChanged);
-        QTRY_VERIFY(tokenRequests(files) >= 3);
-        QCOMPARE(statusChanged.size(), 0);
-        QCOMPARE(files->status(), Service::Ready);
+        if (renewalFails) {
+            m_fixture.addFault(QStringLiteral("tokens/*"), "GET", 503, 1000);
+        }
+        // Ten checks at least, on the fast clock.
+        QTest::qWait(600);
+        QTRY_COMPARE(int(files->status()), status);
+        QCOMPARE(statusChanged.size(), status == Service::Ready ? 0 : 1);
+        QVERIFY(tokenRequests(files) >= minimumRequests);
+        if (lifetime == 3600) {
+            QCOMPARE(tokenRequests(files), 1);
+        }
+    }
+
+    // An answer that arrives after disable() changes nothing.
+    void disabledBeforeTheAnswer()
+    {
+        Service *files = service(QStringLiteral("demo-files"));
+        vn::devservice::Fault slow;
+        slow.path = QStringLiteral("api/v1/tokens/*");
+        slow.delay = 200;
+        m_fixture.service.addFault(slow);
+        const int registered = vn::network::AuthorizationRegistry::instance()->count();
+        files->enable();
+        files->disable();
+        QTest::qWait(400);
+        QCOMPARE(files->status(), Service::Disabled);
+        QCOMPARE(vn::network::AuthorizationRegistry::instance()->count(), registered);
     }
 };
 

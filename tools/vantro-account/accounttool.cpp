@@ -478,8 +478,10 @@ int AccountTool::getFromService(const QString &name, const QString &path)
     vn::account::Service *service = nullptr;
     for (vn::account::Resource *resource : account.findResources(QStringLiteral("vantro.resource.Service"))) {
         auto *candidate = qobject_cast<vn::account::Service *>(resource);
-        if (candidate && candidate->name() == name)
+        if (candidate && candidate->name() == name) {
             service = candidate;
+            break;
+        }
     }
     if (!service)
         return fail(Failure, QStringLiteral("The account has no service \"%1\"; list its services with "
