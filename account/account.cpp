@@ -68,6 +68,7 @@ Account::Account(QObject *parent)
     connect(instance, &AccountInstance::sessionChanged, this, &Account::sessionChanged);
     connect(instance, &AccountInstance::resourcesChanged, this, &Account::resourcesChanged);
     connect(instance, &AccountInstance::error, this, &Account::error);
+    connect(instance, &AccountInstance::onlineCheckFailed, this, &Account::onlineCheckFailed);
 }
 
 Account::~Account() = default;

@@ -139,6 +139,10 @@ Q_SIGNALS:
     void resourcesChanged();
     void sessionChanged();
     void error(vn::account::Account::Error error);
+    /// The periodic check of the login at the service failed: @p responseCode is its HTTP status,
+    /// 0 when the service could not be reached. A 401 has signed the account out by then; any
+    /// other failure leaves it connected and offline, and the check runs again later.
+    void onlineCheckFailed(int responseCode);
 
 private:
     Q_DISABLE_COPY(Account)

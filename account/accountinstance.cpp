@@ -319,6 +319,9 @@ qint64 AccountInstancePrivate::checkOnline(Request *request)
         qCInfo(lcAccount, "Switching account online status to %s", online ? "true" : "false");
         Q_EMIT q->onlineChanged();
     }
+    if (!online) {
+        Q_EMIT q->onlineCheckFailed(request->responseCode());
+    }
     return OnlineCheckDelay;
 }
 

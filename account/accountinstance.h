@@ -109,6 +109,7 @@ Q_SIGNALS:
     void sessionChanged();
     void resourcesChanged();
     void error(vn::account::Account::Error error);
+    void onlineCheckFailed(int responseCode);
 
 public Q_SLOTS:
     void authenticationFinished(vn::account::AbstractAuthenticator::Status status,

@@ -101,8 +101,9 @@ QJsonObject scenario()
         {"users", QJsonArray{QJsonObject{{"username", "kiosk"}}}},
         {"devices", QJsonArray{QJsonObject{{"user", "kiosk"}, {"keyFile", QStringLiteral(DEMO_DEVICE_KEY)}}}},
         {"identities",
-         QJsonArray{QJsonObject{{"id", "organisation"}, {"keyFile", QString(demo + "/identity-organisation.pem")}},
-                    QJsonObject{{"id", "account"}, {"keyFile", QString(demo + "/identity-account.pem")}}}},
+         QJsonArray{
+             QJsonObject{{"id", "organisation"}, {"keyFile", QString(demo + "/identity-organisation.pem")}},
+             QJsonObject{{"id", "account"}, {"keyFile", QString(demo + "/identity-account.pem")}}}},
         {"tokenKeyFile", QString(demo + "/token-signing.pem")},
         {"resources", resources}};
 }
