@@ -30,6 +30,8 @@
 #include <QTimerEvent>
 #include <QUuid>
 
+#include <limits>
+
 namespace vn::account {
 
 namespace {
@@ -107,6 +109,7 @@ void AccountInstancePrivate::restore()
     registerAuthorization();
 
     const QJsonObject sessionInfo = profile.readObject(SessionEntry);
+    persistedSession = sessionInfo;
     if (!sessionInfo.isEmpty()) {
         session = new Session(sessionInfo, q);
         qCDebug(lcAccount, "Restored session info from profile");
@@ -157,6 +160,16 @@ void AccountInstancePrivate::buildTasks()
     tasks[3].handler = [this](Request *request) { return updateResources(request); };
 }
 
+void AccountInstancePrivate::updateNextDue()
+{
+    nextDue = std::numeric_limits<qint64>::max();
+    for (const RefreshTask &task : tasks) {
+        if (!task.busy) {
+            nextDue = qMin(nextDue, task.due);
+        }
+    }
+}
+
 void AccountInstancePrivate::setStatus(Account::Status newStatus)
 {
     if (newStatus == status) {
@@ -167,6 +180,7 @@ void AccountInstancePrivate::setStatus(Account::Status newStatus)
         for (RefreshTask &task : tasks) {
             task.due = 0;
         }
+        nextDue = 0;
         if (timerId == 0) {
             timerId = q->startTimer(TimeScale::interval(TickInterval), Qt::CoarseTimer);
         }
@@ -208,7 +222,8 @@ void AccountInstancePrivate::wipeProfile()
     for (const QString &entry : qAsConst(entries)) {
         profile.deleteEntry(entry);
     }
-    persistedResources.clear();
+    mergedResources.clear();
+    persistedSession = QJsonObject();
 }
 
 void AccountInstancePrivate::resetAccountData()
@@ -300,8 +315,10 @@ qint64 AccountInstancePrivate::checkOnline(Request *request)
             session = new Session(sessionInfo, q);
             Q_EMIT q->sessionChanged();
         }
-        if (persistent) {
-            Account::profile().write(SessionEntry, sessionInfo);
+        // The check runs every half minute; the same record is not synced to disk every time.
+        if (persistent && sessionInfo != persistedSession &&
+            Account::profile().write(SessionEntry, sessionInfo)) {
+            persistedSession = sessionInfo;
         }
     } else {
         online = false;
@@ -410,6 +427,12 @@ qint64 AccountInstancePrivate::updateResources(Request *request)
                    networkErrorName(request->error()));
         return RetryDelay;
     }
+    // The same answer as last time keeps every object as it is and is already in the profile: a
+    // list of a thousand resources is not parsed, compared and synced to disk again for nothing.
+    const QByteArray body = request->rawResponse();
+    if (body == mergedResources) {
+        return ResourcesDelay;
+    }
     QJsonParseError parseError;
     const QJsonArray records = request->responseArray(&parseError);
     if (parseError.error != QJsonParseError::NoError) {
@@ -418,14 +441,9 @@ qint64 AccountInstancePrivate::updateResources(Request *request)
         return RetryDelay;
     }
     mergeResources(records);
-    // The same answer as last time is already in the profile: a list of a thousand resources is
-    // not serialised and synced to disk again every quarter of an hour for nothing.
-    const QByteArray body = request->rawResponse();
-    if (persistent && body != persistedResources) {
-        if (Account::profile().write(ResourcesEntry, records)) {
-            persistedResources = body;
-        }
-    }
+    // A write that failed leaves the answer unremembered, so that the next one writes it again.
+    const bool kept = !persistent || Account::profile().write(ResourcesEntry, records);
+    mergedResources = kept ? body : QByteArray();
     return ResourcesDelay;
 }
 
@@ -674,6 +692,7 @@ void AccountInstance::handleResponse()
     RefreshTask &task = d->tasks[index];
     task.due = TimeScale::now() + TimeScale::delay(delay);
     task.busy = false;
+    d->updateNextDue();
 }
 
 void AccountInstance::processConsumerUpdate()
@@ -694,7 +713,11 @@ void AccountInstance::processResourcesUpdate()
 
 void AccountInstance::timerEvent(QTimerEvent *)
 {
+    // Most ticks of a connected account find nothing due: they cost a clock read.
     const qint64 now = TimeScale::now();
+    if (now <= d->nextDue) {
+        return;
+    }
     for (int index = 0; index < int(d->tasks.size()); ++index) {
         RefreshTask &task = d->tasks[index];
         if (task.busy || !(task.due < now) || !task.condition()) {
@@ -706,6 +729,7 @@ void AccountInstance::timerEvent(QTimerEvent *)
         d->tag(request);
         connect(request, &Request::finished, this, &AccountInstance::handleResponse);
     }
+    d->updateNextDue();
 }
 
 QUrl AccountInstance::resolveUrl(const QUrl &url)

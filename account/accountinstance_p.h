@@ -59,6 +59,7 @@ public:
 
     void restore();
     void buildTasks();
+    void updateNextDue();
     void setStatus(Account::Status newStatus);
     /// Registers the access token as bearer authorization for the service host, replacing any.
     void registerAuthorization();
@@ -105,9 +106,14 @@ public:
     QNetworkAccessManager *network = nullptr;
     network::AuthorizationHandle authorization;
     QPointer<AbstractAuthenticator> authenticator;
-    /// The body from which the profile's "resources" entry was last written: an unchanged answer
-    /// is not written again.
-    QByteArray persistedResources;
+    /// The last resource answer that was merged (and, when persistent, written to the profile): the
+    /// same answer again changes nothing and is neither parsed nor written again.
+    QByteArray mergedResources;
+    /// The session record last written to the profile, which an unchanged check does not rewrite.
+    QJsonObject persistedSession;
+    /// The earliest time at which a refresh task that is not running may come due: ticks before it
+    /// have nothing to do.
+    qint64 nextDue = 0;
     /// Counts local sign-outs, so that answers to requests of an ended login are not applied.
     int generation = 0;
 };
