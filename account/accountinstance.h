@@ -45,9 +45,9 @@ class Session;
 /// It restores itself from Account::profile() when it is made, and while it is connected it keeps
 /// its data current by polling the account service.
 ///
-/// Internal to the library: exported only so that the tests can reach it; the header is not
+/// Internal to the library: exported only in builds with the tests, which reach it; the header is not
 /// installed.
-class VANTROACCOUNT_EXPORT AccountInstance : public QObject
+class VANTROACCOUNT_AUTOTEST_EXPORT AccountInstance : public QObject
 {
     Q_OBJECT
 

@@ -13,8 +13,8 @@ namespace vn::account {
 /// The decoded view of a compact token: its algorithm and the registered claims.
 ///
 /// Nothing here checks a signature, an issuer, an audience or a time; the caller compares exp with
-/// the clock itself. Exported only so that the tests can reach it; the header is not installed.
-struct VANTROACCOUNT_EXPORT JsonWebToken
+/// the clock itself. Exported only in builds with the tests, which reach it; the header is not installed.
+struct VANTROACCOUNT_AUTOTEST_EXPORT JsonWebToken
 {
     JsonWebToken() = default;
     explicit JsonWebToken(const QByteArray &compact);
@@ -33,6 +33,6 @@ struct VANTROACCOUNT_EXPORT JsonWebToken
     QDateTime exp;
 };
 
-VANTROACCOUNT_EXPORT QDebug operator<<(QDebug debug, const JsonWebToken &token);
+VANTROACCOUNT_AUTOTEST_EXPORT QDebug operator<<(QDebug debug, const JsonWebToken &token);
 
 } // namespace vn::account

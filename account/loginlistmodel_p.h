@@ -18,8 +18,8 @@ namespace vn::account {
 
 class LoginEntry;
 
-// Exported only for the benchmarks, which rebuild the rows without a service; not installed.
-class VANTROACCOUNT_EXPORT LoginListModelPrivate
+// Exported only in builds with the benchmarks, which rebuild the rows without a service; not installed.
+class VANTROACCOUNT_AUTOTEST_EXPORT LoginListModelPrivate
 {
 public:
     explicit LoginListModelPrivate(LoginListModel *owner)

@@ -11,8 +11,8 @@ namespace vn::account {
 /// Production runs at factor 1: every delay is the one written in the code. Tests shorten the
 /// schedule (refresh, retry, renewal) by a factor so that minutes pass in seconds; nothing outside
 /// the test programs calls setFactor(), and no environment variable reaches it. Internal to the
-/// library; exported only for the tests.
-class VANTROACCOUNT_EXPORT TimeScale
+/// library; exported only in builds with the tests.
+class VANTROACCOUNT_AUTOTEST_EXPORT TimeScale
 {
 public:
     TimeScale() = delete;

@@ -28,7 +28,17 @@ function(vantro_add_library target)
 
     string(TOLOWER ${target} lower)
     set(generated ${VANTRO_GENERATED_INCLUDE_DIR}/${ARG_HEADER_DIR})
-    generate_export_header(${target} EXPORT_FILE_NAME ${generated}/${lower}_export.h)
+    # <LIBRARY>_AUTOTEST_EXPORT marks internal classes that the project's own tests and benchmarks
+    # reach: exported only in a build that builds those, hidden in every other.
+    string(TOUPPER ${target} upper)
+    if(VANTRO_BUILD_TESTS OR VANTRO_BUILD_BENCHMARKS)
+        set(autotest_export "${upper}_EXPORT")
+    else()
+        set(autotest_export "")
+    endif()
+    set(autotest_content "\n#define ${upper}_AUTOTEST_EXPORT ${autotest_export}\n")
+    generate_export_header(${target} EXPORT_FILE_NAME ${generated}/${lower}_export.h
+        CUSTOM_CONTENT_FROM_VARIABLE autotest_content)
     foreach(header IN LISTS ARG_PUBLIC_HEADERS)
         get_filename_component(absolute ${header} ABSOLUTE)
         get_filename_component(name ${header} NAME)

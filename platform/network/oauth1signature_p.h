@@ -23,7 +23,7 @@ struct OAuth1Signature
 /// parameters, decoded (an oauth_signature among them is left out). The base string URI is built
 /// from the path exactly as the network access manager sends it, so that the server, which sees
 /// only that, rebuilds the same base string.
-VANTRONETWORK_EXPORT OAuth1Signature
+VANTRONETWORK_AUTOTEST_EXPORT OAuth1Signature
 signOAuth1Request(const QByteArray &method, const QUrl &url, const QByteArray &formBody,
                   const QVector<QPair<QString, QString>> &oauthParameters, const QString &consumerSecret,
                   const QString &tokenSecret);
