@@ -29,8 +29,9 @@ KeyData::KeyData(const KeyData &other)
     , error(other.error)
     , errorString(other.errorString)
 {
-    if (key)
+    if (key) {
         EVP_PKEY_up_ref(key);
+    }
 }
 
 KeyData::~KeyData()
@@ -70,8 +71,9 @@ void OpenSslDeleter::operator()(BIGNUM *number) const
 
 SecretBytes::~SecretBytes()
 {
-    if (!m_bytes.isEmpty())
+    if (!m_bytes.isEmpty()) {
         OPENSSL_cleanse(m_bytes.data(), size_t(m_bytes.size()));
+    }
 }
 
 OpenSslErrorScope::OpenSslErrorScope()
@@ -89,14 +91,16 @@ std::pair<int, QString> OpenSslErrorScope::takeErrors(const QString &what)
     const char *data = nullptr;
     int flags = 0;
     const unsigned long code = ERR_peek_last_error_data(&data, &flags);
-    if (code == 0)
+    if (code == 0) {
         return {-1, what};
+    }
 
     char description[256];
     ERR_error_string_n(code, description, sizeof description);
     QString text = what + QLatin1String(": ") + QString::fromUtf8(description);
-    if ((flags & ERR_TXT_STRING) && data && *data)
+    if ((flags & ERR_TXT_STRING) && data && *data) {
         text += QLatin1String(" (") + QString::fromUtf8(data) + QLatin1Char(')');
+    }
     ERR_clear_error();
     return {static_cast<int>(code), text};
 }
@@ -104,8 +108,9 @@ std::pair<int, QString> OpenSslErrorScope::takeErrors(const QString &what)
 void OpenSslErrorScope::recordFailure(QSharedDataPointer<KeyData> &data, const QString &what)
 {
     auto [code, text] = takeErrors(what);
-    if (!data)
+    if (!data) {
         data = new KeyData;
+    }
     data->error = code; // detaches
     data->errorString = std::move(text);
 }
@@ -114,10 +119,12 @@ void OpenSslErrorScope::recordSuccess(QSharedDataPointer<KeyData> &data)
 {
     // Reading through the const pointer keeps a shared value shared on the common path.
     const KeyData *current = data.constData();
-    if (current && current->error == 0)
+    if (current && current->error == 0) {
         return;
-    if (!data)
+    }
+    if (!data) {
         data = new KeyData;
+    }
     data->error = 0;
     data->errorString.clear();
 }

@@ -22,8 +22,9 @@ constexpr int MaximumNumberLength = 32;
 // for NaN and the infinities.
 int formatNumberTo(double value, char *out)
 {
-    if (!std::isfinite(value))
+    if (!std::isfinite(value)) {
         return -1;
+    }
     if (value == 0) { // also negative zero
         out[0] = '0';
         return 1;
@@ -38,8 +39,9 @@ int formatNumberTo(double value, char *out)
     // conversion is cheaper than the shortest round-trip search.
     if (value < 9007199254740992.0) {
         const auto whole = static_cast<long long>(value);
-        if (static_cast<double>(whole) == value)
+        if (static_cast<double>(whole) == value) {
             return int(std::to_chars(p, out + MaximumNumberLength, whole).ptr - out);
+        }
     }
 
     // The shortest digits that round-trip, in the form "d[.ddd]e[+-]x". They have no trailing
@@ -52,16 +54,19 @@ int formatNumberTo(double value, char *out)
     const char *c = scientific;
     digits[digitCount++] = *c++;
     if (*c == '.') {
-        for (++c; *c != 'e'; ++c)
+        for (++c; *c != 'e'; ++c) {
             digits[digitCount++] = *c;
+        }
     }
     ++c; // 'e'
     const bool negativeExponent = *c++ == '-';
     int exponent = 0;
-    for (; c < end; ++c)
+    for (; c < end; ++c) {
         exponent = exponent * 10 + (*c - '0');
-    if (negativeExponent)
+    }
+    if (negativeExponent) {
         exponent = -exponent;
+    }
 
     // value = 0.digits * 10^n, in the terms of ECMAScript's Number::toString.
     const int n = exponent + 1;
@@ -113,12 +118,14 @@ class CanonicalWriter
 public:
     QByteArray take()
     {
-        if (m_failed)
+        if (m_failed) {
             return {};
+        }
         m_buffer.resize(m_size);
         // Strings reserve room for their worst case; give a large surplus back.
-        if (m_capacity - m_size > 4096 && m_capacity > 2 * m_size)
+        if (m_capacity - m_size > 4096 && m_capacity > 2 * m_size) {
             m_buffer.squeeze();
+        }
         return std::move(m_buffer);
     }
 
@@ -129,10 +136,11 @@ public:
             writeLiteral("null", 4);
             break;
         case QJsonValue::Bool:
-            if (value.toBool())
+            if (value.toBool()) {
                 writeLiteral("true", 4);
-            else
+            } else {
                 writeLiteral("false", 5);
+            }
             break;
         case QJsonValue::Double:
             // Integers that Qt keeps as qint64 convert to the double an ECMAScript parser reads.
@@ -155,8 +163,9 @@ public:
 
     void writeObject(const QJsonObject &object, QLatin1String skippedKey)
     {
-        if (!writeLiteral("{", 1))
+        if (!writeLiteral("{", 1)) {
             return;
+        }
         // QJsonObject usually iterates in code-unit order already: write while that holds, and
         // fall back to sorting only when a member turns out of order.
         const int membersStart = m_size;
@@ -164,8 +173,9 @@ public:
         bool first = true;
         for (auto it = object.constBegin(), end = object.constEnd(); it != end; ++it) {
             QString key = it.key();
-            if (skippedKey.size() > 0 && key == skippedKey)
+            if (skippedKey.size() > 0 && key == skippedKey) {
                 continue;
+            }
             if (!first) {
                 if (!codeUnitLess(previous, key)) {
                     m_size = membersStart;
@@ -196,8 +206,9 @@ private:
         int index = 0;
         for (auto it = object.constBegin(), end = object.constEnd(); it != end; ++it, ++index) {
             QString key = it.key();
-            if (skippedKey.size() > 0 && key == skippedKey)
+            if (skippedKey.size() > 0 && key == skippedKey) {
                 continue;
+            }
             members.append(Member{std::move(key), index});
         }
         std::sort(members.begin(), members.end(),
@@ -226,11 +237,13 @@ private:
 
     void writeArray(const QJsonArray &array)
     {
-        if (!writeLiteral("[", 1))
+        if (!writeLiteral("[", 1)) {
             return;
+        }
         for (auto it = array.constBegin(), end = array.constEnd(); it != end; ++it) {
-            if (it != array.constBegin())
+            if (it != array.constBegin()) {
                 writeLiteral(",", 1);
+            }
             writeValue(*it);
         }
         writeLiteral("]", 1);
@@ -239,13 +252,15 @@ private:
     void writeNumber(double value)
     {
         char *out = reserve(MaximumNumberLength);
-        if (!out)
+        if (!out) {
             return;
+        }
         const int length = formatNumberTo(value, out);
-        if (length < 0)
+        if (length < 0) {
             fail();
-        else
+        } else {
             m_size += length;
+        }
     }
 
     void writeString(const QString &string)
@@ -255,8 +270,9 @@ private:
         const int length = string.size();
         // A code unit takes at most six bytes ("\u001f"); the quotes two more.
         char *out = reserve(6 * qint64(length) + 2);
-        if (!out)
+        if (!out) {
             return;
+        }
         *out++ = '"';
         for (int i = 0; i < length; ++i) {
             const char16_t c = in[i];
@@ -324,8 +340,9 @@ private:
     bool writeLiteral(const char *text, int length)
     {
         char *out = reserve(length);
-        if (!out)
+        if (!out) {
             return false;
+        }
         std::memcpy(out, text, size_t(length));
         m_size += length;
         return true;
@@ -334,8 +351,9 @@ private:
     /// Room for @p extra more bytes at the end, or null once the writer has failed.
     char *reserve(qint64 extra)
     {
-        if (m_failed)
+        if (m_failed) {
             return nullptr;
+        }
         const qint64 needed = qint64(m_size) + extra;
         if (needed > m_capacity) {
             constexpr qint64 limit = std::numeric_limits<int>::max() / 2;

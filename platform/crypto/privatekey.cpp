@@ -18,8 +18,9 @@ namespace {
 int passphraseCallback(char *buffer, int size, int /*writing*/, void *userData)
 {
     const QByteArray &passphrase = static_cast<const SecretBytes *>(userData)->bytes();
-    if (passphrase.isEmpty() || passphrase.size() > size)
+    if (passphrase.isEmpty() || passphrase.size() > size) {
         return 0;
+    }
     memcpy(buffer, passphrase.constData(), size_t(passphrase.size()));
     return passphrase.size();
 }
@@ -28,8 +29,9 @@ KeyData *readPrivatePem(const QByteArray &pem, const QString &passphrase)
 {
     OpenSslErrorScope scope;
     // An unencrypted key needs no passphrase, so a given one is ignored, as OpenSSL ignores it.
-    if (EVP_PKEY *key = RsaKeyEncoding::readPrivatePem(pem))
+    if (EVP_PKEY *key = RsaKeyEncoding::readPrivatePem(pem)) {
         return new KeyData(key);
+    }
     ERR_clear_error();
     OpenSslPointer<BIO> bio(BIO_new_mem_buf(pem.constData(), pem.size()));
     SecretBytes secret(passphrase.toUtf8());
@@ -40,16 +42,18 @@ KeyData *readPrivatePem(const QByteArray &pem, const QString &passphrase)
         auto [code, text] = OpenSslErrorScope::takeErrors(QStringLiteral("Cannot read the private key"));
         return new KeyData(code, text);
     }
-    if (!EVP_PKEY_is_a(key.get(), "RSA"))
+    if (!EVP_PKEY_is_a(key.get(), "RSA")) {
         return new KeyData(-1, QStringLiteral("Cannot read the private key: it is not an RSA key"));
+    }
     return new KeyData(key.release());
 }
 
 KeyData *generate(int type, int bits)
 {
-    if (type != AbstractKey::RSA)
+    if (type != AbstractKey::RSA) {
         return new KeyData(
             -1, QStringLiteral("Cannot generate a key of type %1: only RSA is supported").arg(type));
+    }
     OpenSslErrorScope scope;
     OpenSslPointer<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr));
     size_t size = size_t(bits > 0 ? bits : 0);

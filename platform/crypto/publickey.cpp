@@ -16,8 +16,9 @@ namespace {
 KeyData *readPublicPem(const QByteArray &pem)
 {
     OpenSslErrorScope scope;
-    if (EVP_PKEY *key = RsaKeyEncoding::readPublicPem(pem))
+    if (EVP_PKEY *key = RsaKeyEncoding::readPublicPem(pem)) {
         return new KeyData(key);
+    }
     // Any other form, and every error, is OpenSSL's: what the decoders make of it stands.
     ERR_clear_error();
     EVP_PKEY *decoded = nullptr;
@@ -32,17 +33,19 @@ KeyData *readPublicPem(const QByteArray &pem)
         return new KeyData(code, text);
     }
     OpenSslPointer<EVP_PKEY> key(decoded);
-    if (!EVP_PKEY_is_a(key.get(), "RSA"))
+    if (!EVP_PKEY_is_a(key.get(), "RSA")) {
         return new KeyData(-1, QStringLiteral("Cannot read the public key: it is not an RSA key"));
+    }
     return new KeyData(key.release());
 }
 
 KeyData *readPublicPemFile(const QString &path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (!file.open(QIODevice::ReadOnly)) {
         return new KeyData(
             -1, QStringLiteral("Cannot read the public key file %1: %2").arg(path, file.errorString()));
+    }
     return readPublicPem(file.readAll());
 }
 
@@ -134,8 +137,9 @@ bool PublicKey::operator==(const PublicKey &other) const
 {
     EVP_PKEY *key = keyOf(d);
     EVP_PKEY *otherKey = keyOf(other.d);
-    if (!key || !otherKey)
+    if (!key || !otherKey) {
         return key == otherKey;
+    }
     return key == otherKey || EVP_PKEY_eq(key, otherKey) == 1;
 }
 

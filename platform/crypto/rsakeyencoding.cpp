@@ -54,22 +54,27 @@ public:
     /// Steps over the next element, which must have @p tag, and gives its contents.
     bool enter(unsigned char tag, DerReader *contents)
     {
-        if (m_end - m_at < 2 || *m_at != tag)
+        if (m_end - m_at < 2 || *m_at != tag) {
             return false;
+        }
         ++m_at;
         size_t length = *m_at++;
         if (length & 0x80) {
             const int count = int(length & 0x7f);
-            if (count == 0 || count > 3 || m_end - m_at < count || *m_at == 0)
+            if (count == 0 || count > 3 || m_end - m_at < count || *m_at == 0) {
                 return false;
+            }
             length = 0;
-            for (int i = 0; i < count; ++i)
+            for (int i = 0; i < count; ++i) {
                 length = (length << 8) | *m_at++;
-            if (length < 0x80)
+            }
+            if (length < 0x80) {
                 return false;
+            }
         }
-        if (size_t(m_end - m_at) < length)
+        if (size_t(m_end - m_at) < length) {
             return false;
+        }
         contents->m_at = m_at;
         contents->m_end = m_at + length;
         m_at += length;
@@ -80,8 +85,9 @@ public:
     template<size_t Size>
     bool skip(const unsigned char (&bytes)[Size])
     {
-        if (size_t(m_end - m_at) < Size || std::memcmp(m_at, bytes, Size) != 0)
+        if (size_t(m_end - m_at) < Size || std::memcmp(m_at, bytes, Size) != 0) {
             return false;
+        }
         m_at += Size;
         return true;
     }
@@ -90,12 +96,14 @@ public:
     bool readPositiveInteger(ByteRange *magnitude)
     {
         DerReader value;
-        if (!enter(IntegerTag, &value) || value.atEnd() || (*value.m_at & 0x80))
+        if (!enter(IntegerTag, &value) || value.atEnd() || (*value.m_at & 0x80)) {
             return false;
+        }
         if (*value.m_at == 0) {
             ++value.m_at;
-            if (value.atEnd() || !(*value.m_at & 0x80))
+            if (value.atEnd() || !(*value.m_at & 0x80)) {
                 return false;
+            }
         }
         *magnitude = {value.m_at, value.m_end};
         return true;
@@ -128,11 +136,13 @@ bool readSubjectPublicKeyInfo(DerReader der, std::array<ByteRange, 2> *numbers)
 bool readRsaPrivateKey(DerReader der, std::array<ByteRange, 8> *numbers)
 {
     DerReader key;
-    if (!der.enter(SequenceTag, &key) || !der.atEnd() || !key.skip(VersionZero))
+    if (!der.enter(SequenceTag, &key) || !der.atEnd() || !key.skip(VersionZero)) {
         return false;
+    }
     for (ByteRange &number : *numbers) {
-        if (!key.readPositiveInteger(&number))
+        if (!key.readPositiveInteger(&number)) {
             return false;
+        }
     }
     return key.atEnd();
 }
@@ -160,48 +170,58 @@ bool readStrictPem(const QByteArray &pem, const char *label, SecretBytes *der)
 {
     const QByteArray begin = QByteArrayLiteral("-----BEGIN ") + label + QByteArrayLiteral("-----");
     const QByteArray end = QByteArrayLiteral("-----END ") + label + QByteArrayLiteral("-----");
-    if (!pem.startsWith(begin))
+    if (!pem.startsWith(begin)) {
         return false;
+    }
     const char *at = pem.constData() + begin.size();
     const char *const stop = pem.constData() + pem.size();
     const auto takeLineEnd = [&at, stop] {
-        if (at < stop && *at == '\r')
+        if (at < stop && *at == '\r') {
             ++at;
-        if (at == stop || *at != '\n')
+        }
+        if (at == stop || *at != '\n') {
             return false;
+        }
         ++at;
         return true;
     };
-    if (!takeLineEnd())
+    if (!takeLineEnd()) {
         return false;
+    }
 
     SecretBytes body;
     body.bytes().reserve(int(stop - at));
     int previousLength = PemLineLength;
     for (;;) {
         const char *const line = at;
-        while (at < stop && isBase64(*at))
+        while (at < stop && isBase64(*at)) {
             ++at;
+        }
         const int length = int(at - line);
-        if (length == 0)
+        if (length == 0) {
             break;
-        if (previousLength != PemLineLength || length > PemLineLength || !takeLineEnd())
+        }
+        if (previousLength != PemLineLength || length > PemLineLength || !takeLineEnd()) {
             return false;
+        }
         body.bytes().append(line, length);
         previousLength = length;
     }
-    if (stop - at < end.size() || std::memcmp(at, end.constData(), size_t(end.size())) != 0)
+    if (stop - at < end.size() || std::memcmp(at, end.constData(), size_t(end.size())) != 0) {
         return false;
+    }
     for (at += end.size(); at < stop; ++at) {
-        if (*at != ' ' && *at != '\t' && *at != '\r' && *at != '\n')
+        if (*at != ' ' && *at != '\t' && *at != '\r' && *at != '\n') {
             return false;
+        }
     }
 
     const QByteArray &text = body.bytes();
     const int padding = text.indexOf('=');
     if (text.isEmpty() || text.size() % 4 != 0 || (padding >= 0 && padding < text.size() - 2) ||
-        (padding == text.size() - 2 && text.back() != '='))
+        (padding == text.size() - 2 && text.back() != '=')) {
         return false;
+    }
     QByteArray::FromBase64Result decoded = QByteArray::fromBase64Encoding(
         text, QByteArray::Base64Encoding | QByteArray::AbortOnBase64DecodingErrors);
     der->bytes() = std::move(decoded.decoded);
@@ -232,8 +252,9 @@ EVP_PKEY *keyFromNumbers(const std::array<const char *, Count> &names,
     OpenSslPointer<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr));
     EVP_PKEY *key = nullptr;
     if (!context || EVP_PKEY_fromdata_init(context.get()) != 1 ||
-        EVP_PKEY_fromdata(context.get(), &key, selection, parameters.data()) != 1)
+        EVP_PKEY_fromdata(context.get(), &key, selection, parameters.data()) != 1) {
         return nullptr;
+    }
     return key;
 }
 
@@ -244,13 +265,15 @@ bool publicNumbers(EVP_PKEY *key, std::array<QByteArray, 2> *storage, std::array
 {
     for (size_t i = 0; i < PublicNames.size(); ++i) {
         BIGNUM *number = nullptr;
-        if (EVP_PKEY_get_bn_param(key, PublicNames[i], &number) != 1)
+        if (EVP_PKEY_get_bn_param(key, PublicNames[i], &number) != 1) {
             return false;
+        }
         OpenSslPointer<BIGNUM> owner(number);
         QByteArray &bytes = (*storage)[i];
         bytes.resize(BN_num_bytes(number));
-        if (bytes.isEmpty())
+        if (bytes.isEmpty()) {
             return false;
+        }
         BN_bn2bin(number, reinterpret_cast<unsigned char *>(bytes.data()));
         const auto *begin = reinterpret_cast<const unsigned char *>(bytes.constData());
         (*numbers)[i] = {begin, begin + bytes.size()};
@@ -262,12 +285,13 @@ void appendElement(QByteArray *out, unsigned char tag, const QByteArray &content
 {
     const int length = contents.size();
     out->append(char(tag));
-    if (length >= 0x10000)
+    if (length >= 0x10000) {
         out->append(char(0x83)).append(char(length >> 16)).append(char(length >> 8));
-    else if (length >= 0x100)
+    } else if (length >= 0x100) {
         out->append(char(0x82)).append(char(length >> 8));
-    else if (length >= 0x80)
+    } else if (length >= 0x80) {
         out->append(char(0x81));
+    }
     out->append(char(length & 0xff));
     out->append(contents);
 }
@@ -322,8 +346,9 @@ QByteArray RsaKeyEncoding::subjectPublicKeyInfo(EVP_PKEY *key)
 {
     std::array<QByteArray, 2> numbers;
     std::array<ByteRange, 2> ranges;
-    if (!publicNumbers(key, &numbers, &ranges))
+    if (!publicNumbers(key, &numbers, &ranges)) {
         return {};
+    }
     QByteArray rsaPublicKey;
     appendPositiveInteger(&rsaPublicKey, numbers[0]);
     appendPositiveInteger(&rsaPublicKey, numbers[1]);
@@ -341,8 +366,9 @@ QByteArray RsaKeyEncoding::toPem(const QByteArray &der, const char *label)
     const QByteArray text = der.toBase64();
     QByteArray pem = QByteArrayLiteral("-----BEGIN ") + label + QByteArrayLiteral("-----\n");
     pem.reserve(pem.size() * 2 + text.size() + text.size() / PemLineLength + 2);
-    for (int at = 0; at < text.size(); at += PemLineLength)
+    for (int at = 0; at < text.size(); at += PemLineLength) {
         pem.append(text.constData() + at, std::min(PemLineLength, text.size() - at)).append('\n');
+    }
     return pem + QByteArrayLiteral("-----END ") + label + QByteArrayLiteral("-----\n");
 }
 

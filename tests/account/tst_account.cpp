@@ -42,7 +42,7 @@ class TestAccount : public QObject
         return false;
     }
 
-private slots:
+private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_fixture.start(FastPace, QStringLiteral("/base")));

@@ -35,7 +35,7 @@ class TestChallengeResponseAuthenticator : public QObject
         return bodies;
     }
 
-private slots:
+private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_fixture.start(1.0));

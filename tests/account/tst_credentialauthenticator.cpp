@@ -19,7 +19,7 @@ class TestCredentialAuthenticator : public QObject
     AccountFixture m_fixture;
     vn::account::CredentialAuthenticator m_authenticator;
 
-private slots:
+private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_fixture.start(1.0));

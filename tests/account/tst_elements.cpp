@@ -39,7 +39,7 @@ class TestElements : public QObject
         }
     }
 
-private slots:
+private Q_SLOTS:
     void initTestCase() { QVERIFY(m_fixture.start(FastPace)); }
 
     void cleanup() { m_fixture.service.clearFaults(); }

@@ -89,7 +89,7 @@ class TestService : public QObject
         });
     }
 
-private slots:
+private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_fixture.start(Pace));

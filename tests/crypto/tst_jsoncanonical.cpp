@@ -24,7 +24,7 @@ class TestJsonCanonical : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void canonicalForm_data();
     void canonicalForm();
 };
@@ -84,8 +84,9 @@ void TestJsonCanonical::canonicalForm()
     QFETCH(QJsonValue, value);
     QFETCH(QByteArray, expected);
     QCOMPARE(JsonCanonical::serialize(value), expected);
-    if (value.isDouble())
+    if (value.isDouble()) {
         QCOMPARE(JsonCanonical::formatNumber(value.toDouble()), expected);
+    }
 }
 
 QTEST_GUILESS_MAIN(TestJsonCanonical)

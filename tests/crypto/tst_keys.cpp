@@ -52,8 +52,9 @@ QByteArray openssl(const QStringList &arguments, const QByteArray &input = QByte
         shown.replaceInStrings(QRegularExpression(QStringLiteral("^pass:.*")), QStringLiteral("pass:..."));
         qWarning("openssl %s failed: %s", qPrintable(shown.join(' ')), process.readAllStandardError().data());
     }
-    if (ok)
+    if (ok) {
         *ok = success;
+    }
     return process.readAllStandardOutput();
 }
 
@@ -65,7 +66,7 @@ class TestKeys : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void initTestCase();
     void read_data();
     void read();
@@ -158,11 +159,13 @@ void TestKeys::read()
     QCOMPARE(key.errorString().isEmpty(), valid);
     QVERIFY(!key.errorString().contains(QLatin1String("horse")));
     QCOMPARE((isPrivate ? privateKey.publicKey() : publicKey) == m_peer, valid);
-    for (const auto algorithm : {QCryptographicHash::Sha256, QCryptographicHash::Sha1})
+    for (const auto algorithm : {QCryptographicHash::Sha256, QCryptographicHash::Sha1}) {
         QCOMPARE(key.fingerPrint(algorithm),
                  valid ? QCryptographicHash::hash(m_peerDer, algorithm) : QByteArray());
-    if (isPrivate && valid) // every private number as the peer wrote it
+    }
+    if (isPrivate && valid) { // every private number as the peer wrote it
         QCOMPARE(privateKey.toPEM(), contents("peer.pem"));
+    }
 }
 
 void TestKeys::interoperate()
@@ -191,8 +194,9 @@ void TestKeys::interoperate()
     QVERIFY(write("ours.pem", m_ours.toPEM()) && write("ours-encrypted.pem", encrypted));
     for (const QStringList &input :
          {QStringList{"-in", path("ours.pem")},
-          QStringList{"-in", path("ours-encrypted.pem"), "-passin", "pass:" + Passphrase}})
+          QStringList{"-in", path("ours-encrypted.pem"), "-passin", "pass:" + Passphrase}}) {
         QCOMPARE(openssl(QStringList{"pkey", "-pubout"} + input), contents("ours.pub"));
+    }
 }
 
 // RSASSA-PSS over the canonical form of the object without its "signature", both ways.

@@ -43,7 +43,7 @@ class Setup : public QObject
 {
     Q_OBJECT
 
-public slots:
+public Q_SLOTS:
     void applicationAvailable()
     {
         m_fixture = std::make_unique<AccountFixture>();
