@@ -2,6 +2,7 @@
 
 #include "accountconfiguration.h"
 #include "accountinstance.h"
+#include "accountrequests_p.h"
 #include "profile.h"
 
 #include <Vantro/deleterequest.h>
@@ -163,33 +164,33 @@ void Account::updateResources()
 
 GetRequest *Account::getRequest(const QUrl &url) const
 {
-    return m_instance->getRequest(url);
+    return AccountRequests::get(url);
 }
 
 PostRequest *Account::postRequest(const QUrl &url, const QJsonObject &body) const
 {
-    return m_instance->postRequest(url, body);
+    return AccountRequests::post(url, body);
 }
 
 PostRequest *Account::postRequest(const QUrl &url, const QJsonArray &body) const
 {
-    return m_instance->postRequest(url, body);
+    return AccountRequests::post(url, body);
 }
 
 PutRequest *Account::putRequest(const QUrl &url, const QJsonObject &body) const
 {
-    return m_instance->putRequest(url, body);
+    return AccountRequests::put(url, body);
 }
 
 PatchRequest *Account::patchRequest(const QUrl &url, const QJsonArray &body,
                                     QMap<QByteArray, QByteArray> headers) const
 {
-    return m_instance->patchRequest(url, body, headers);
+    return AccountRequests::patch(url, body, headers);
 }
 
 DeleteRequest *Account::deleteRequest(const QUrl &url) const
 {
-    return m_instance->deleteRequest(url);
+    return AccountRequests::remove(url);
 }
 
 Profile &Account::profile()

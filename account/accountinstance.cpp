@@ -1,5 +1,6 @@
 #include "accountinstance.h"
 #include "accountinstance_p.h"
+#include "accountrequests_p.h"
 
 #include "accountconfiguration.h"
 #include "accountidentity.h"
@@ -15,9 +16,6 @@
 
 #include <Vantro/deleterequest.h>
 #include <Vantro/getrequest.h>
-#include <Vantro/patchrequest.h>
-#include <Vantro/postrequest.h>
-#include <Vantro/putrequest.h>
 #include <VantroNetwork/bearerauthorization.h>
 #include <VantroNetwork/networkaccessmanager.h>
 
@@ -64,13 +62,6 @@ const char *networkErrorName(QNetworkReply::NetworkError error)
 {
     const char *name = QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(error);
     return name ? name : "UnknownNetworkError";
-}
-
-QNetworkRequest jsonRequest(const QUrl &url)
-{
-    QNetworkRequest request(AccountInstance::resolveUrl(url));
-    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
-    return request;
 }
 
 } // namespace
@@ -643,7 +634,7 @@ void AccountInstance::logout()
         return;
     }
     d->setStatus(Account::Disconnecting);
-    DeleteRequest *request = deleteRequest(QUrl(QStringLiteral("logins/current")));
+    DeleteRequest *request = AccountRequests::remove(QUrl(QStringLiteral("logins/current")));
     request->setSuppressErrors(true);
     connect(request, &Request::finished, this, &AccountInstance::logoutFinished);
 }
@@ -664,7 +655,7 @@ void AccountInstance::logoutFinished()
 
 void AccountInstance::updateConsumer()
 {
-    GetRequest *request = getRequest(QUrl(QStringLiteral("consumer")));
+    GetRequest *request = AccountRequests::get(QUrl(QStringLiteral("consumer")));
     request->setSuppressErrors(true);
     d->tag(request);
     connect(request, &Request::finished, this, &AccountInstance::processConsumerUpdate);
@@ -672,7 +663,7 @@ void AccountInstance::updateConsumer()
 
 void AccountInstance::updateResources()
 {
-    GetRequest *request = getRequest(QUrl(QStringLiteral("entitled")));
+    GetRequest *request = AccountRequests::get(QUrl(QStringLiteral("entitled")));
     request->setSuppressErrors(true);
     d->tag(request);
     connect(request, &Request::finished, this, &AccountInstance::processResourcesUpdate);
@@ -724,61 +715,12 @@ void AccountInstance::timerEvent(QTimerEvent *)
             continue;
         }
         task.busy = true;
-        GetRequest *request = getRequest(task.path);
+        GetRequest *request = AccountRequests::get(task.path);
         request->setProperty(TaskIndexProperty, index);
         d->tag(request);
         connect(request, &Request::finished, this, &AccountInstance::handleResponse);
     }
     d->updateNextDue();
-}
-
-QUrl AccountInstance::resolveUrl(const QUrl &url)
-{
-    if (!url.isRelative()) {
-        return url;
-    }
-    const QUrl base = AccountConfiguration::serviceUrl().resolved(QUrl(QStringLiteral("api/v1/")));
-    return base.resolved(url);
-}
-
-GetRequest *AccountInstance::getRequest(const QUrl &url) const
-{
-    return new GetRequest(QNetworkRequest(resolveUrl(url)), d->network);
-}
-
-GetRequest *AccountInstance::getRequest(const QNetworkRequest &request) const
-{
-    return new GetRequest(request, d->network);
-}
-
-PostRequest *AccountInstance::postRequest(const QUrl &url, const QJsonObject &body) const
-{
-    return new PostRequest(jsonRequest(url), d->network, body);
-}
-
-PostRequest *AccountInstance::postRequest(const QUrl &url, const QJsonArray &body) const
-{
-    return new PostRequest(jsonRequest(url), d->network, QJsonDocument(body).toJson());
-}
-
-PutRequest *AccountInstance::putRequest(const QUrl &url, const QJsonObject &body) const
-{
-    return new PutRequest(jsonRequest(url), d->network, body);
-}
-
-PatchRequest *AccountInstance::patchRequest(const QUrl &url, const QJsonArray &body,
-                                            const QMap<QByteArray, QByteArray> &headers) const
-{
-    QNetworkRequest request = jsonRequest(url);
-    for (auto header = headers.cbegin(); header != headers.cend(); ++header) {
-        request.setRawHeader(header.key(), header.value());
-    }
-    return new PatchRequest(request, d->network, body);
-}
-
-DeleteRequest *AccountInstance::deleteRequest(const QUrl &url) const
-{
-    return new DeleteRequest(QNetworkRequest(resolveUrl(url)), d->network);
 }
 
 } // namespace vn::account

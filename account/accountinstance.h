@@ -18,14 +18,6 @@ class QNetworkAccessManager;
 class QNetworkRequest;
 class QUrl;
 
-namespace vn {
-class DeleteRequest;
-class GetRequest;
-class PatchRequest;
-class PostRequest;
-class PutRequest;
-} // namespace vn
-
 namespace vn::crypto {
 class PrivateKey;
 }
@@ -83,23 +75,6 @@ public:
     /// Fetch the consumer record, or the resources, at once, outside the refresh schedule.
     void updateConsumer();
     void updateResources();
-
-    /// @p url resolved as every account request is: an absolute URL stays as it is, a relative one
-    /// is taken below "api/v1/" of the configured service URL.
-    static QUrl resolveUrl(const QUrl &url);
-
-    // Requests to the account service. Each is new, without a QObject parent (so it deletes itself
-    // once finished() has been delivered), and sent when control returns to the event loop.
-    vn::GetRequest *getRequest(const QUrl &url) const;
-    /// A GET of @p request exactly as it is: nothing is resolved or added.
-    vn::GetRequest *getRequest(const QNetworkRequest &request) const;
-    vn::PostRequest *postRequest(const QUrl &url, const QJsonObject &body) const;
-    vn::PostRequest *postRequest(const QUrl &url, const QJsonArray &body) const;
-    vn::PutRequest *putRequest(const QUrl &url, const QJsonObject &body) const;
-    /// @p headers are set after the JSON content type, in key order, and may replace it.
-    vn::PatchRequest *patchRequest(const QUrl &url, const QJsonArray &body,
-                                   const QMap<QByteArray, QByteArray> &headers) const;
-    vn::DeleteRequest *deleteRequest(const QUrl &url) const;
 
 Q_SIGNALS:
     void statusChanged();

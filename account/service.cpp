@@ -2,7 +2,7 @@
 #include "service_p.h"
 
 #include "accountconfiguration.h"
-#include "accountinstance.h"
+#include "accountrequests_p.h"
 #include "logging_p.h"
 #include "timescale_p.h"
 
@@ -65,7 +65,7 @@ void ServicePrivate::requestToken()
     // Relative to the account service's API, authorised by the account's own token: it is the
     // account that asks for a token on behalf of the service, never the service's own origin.
     const QUrl path(QStringLiteral("./tokens/%1").arg(q->uuid()), QUrl::TolerantMode);
-    tokenRequest = q->account()->getRequest(path);
+    tokenRequest = AccountRequests::get(path);
     requestPending = true;
     tokenRequest->setSuppressErrors(true);
     QObject::connect(tokenRequest, &vn::Request::finished, q, &Service::processResponse);
@@ -132,12 +132,12 @@ vn::GetRequest *Service::getRequest(const QUrl &url) const
 {
     // Never resolved a second time against the account service: a service without a URL of its
     // own must not turn "items" into a request to the account service.
-    return account()->getRequest(createRequest(url));
+    return AccountRequests::get(createRequest(url));
 }
 
 vn::GetRequest *Service::getRequest(const QNetworkRequest &request) const
 {
-    return account()->getRequest(request);
+    return AccountRequests::get(request);
 }
 
 void Service::enable()
