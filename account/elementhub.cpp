@@ -1,8 +1,6 @@
 #include "elementhub_p.h"
 
 #include "consumer.h"
-#include "permission.h"
-#include "role.h"
 
 #include <algorithm>
 
@@ -29,8 +27,8 @@ ElementHub::ElementHub()
 {
     connect(&m_account, &Account::consumerChanged, this, [this] {
         watchConsumer();
-        update<Permission>(m_permissions, [](Permission *element) { element->updateConsumer(); });
-        update<Role>(m_roles, [](Role *element) { element->updateConsumer(); });
+        update(m_permissions, true);
+        update(m_roles, true);
     });
     watchConsumer();
 }
@@ -44,65 +42,55 @@ void ElementHub::watchConsumer()
     }
     m_consumer = m_account.consumer();
     if (m_consumer) {
-        connect(m_consumer, &Consumer::permissionsChanged, this, [this] {
-            update<Permission>(m_permissions, [](Permission *element) { element->updatePresent(); });
-        });
-        connect(m_consumer, &Consumer::rolesChanged, this,
-                [this] { update<Role>(m_roles, [](Role *element) { element->updatePresent(); }); });
+        connect(m_consumer, &Consumer::permissionsChanged, this, [this] { update(m_permissions, false); });
+        connect(m_consumer, &Consumer::rolesChanged, this, [this] { update(m_roles, false); });
     }
 }
 
-template<class Element>
-void ElementHub::update(std::vector<Element *> &elements, void (*evaluate)(Element *))
+void ElementHub::update(std::vector<Element> &elements, bool replaced)
 {
     ++m_updating;
     // By index: elements added meanwhile land at the end and already answered when they were made.
     const size_t count = elements.size();
     for (size_t index = 0; index < count; ++index) {
-        if (Element *element = elements[index]) {
-            evaluate(element);
+        const Element element = elements[index];
+        if (element.object) {
+            (replaced ? element.consumerReplaced : element.consumerChanged)(element.object);
         }
     }
     if (--m_updating == 0) {
-        m_permissions.erase(std::remove(m_permissions.begin(), m_permissions.end(), nullptr),
-                            m_permissions.end());
-        m_roles.erase(std::remove(m_roles.begin(), m_roles.end(), nullptr), m_roles.end());
+        for (std::vector<Element> *list : {&m_permissions, &m_roles}) {
+            list->erase(std::remove_if(list->begin(), list->end(),
+                                       [](const Element &element) { return !element.object; }),
+                        list->end());
+        }
     }
 }
 
-template<class Element>
-void ElementHub::removeFrom(std::vector<Element *> &elements, Element *element)
+std::vector<ElementHub::Element> &ElementHub::elements(Watch watch)
 {
+    return watch == Watch::Permissions ? m_permissions : m_roles;
+}
+
+void ElementHub::add(Watch watch, const Element &element)
+{
+    elements(watch).push_back(element);
+}
+
+void ElementHub::remove(Watch watch, QObject *object)
+{
+    std::vector<Element> &list = elements(watch);
     // The newest elements are the likeliest to go first (a view scrolled, a dialog closed).
-    const auto found = std::find(elements.rbegin(), elements.rend(), element);
-    if (found == elements.rend()) {
+    const auto found = std::find_if(list.rbegin(), list.rend(),
+                                    [object](const Element &element) { return element.object == object; });
+    if (found == list.rend()) {
         return;
     }
     if (m_updating) {
-        *found = nullptr;
+        found->object = nullptr;
     } else {
-        elements.erase(std::next(found).base());
+        list.erase(std::next(found).base());
     }
-}
-
-void ElementHub::add(Permission *element)
-{
-    m_permissions.push_back(element);
-}
-
-void ElementHub::remove(Permission *element)
-{
-    removeFrom(m_permissions, element);
-}
-
-void ElementHub::add(Role *element)
-{
-    m_roles.push_back(element);
-}
-
-void ElementHub::remove(Role *element)
-{
-    removeFrom(m_roles, element);
 }
 
 } // namespace vn::account

@@ -1,7 +1,6 @@
 #include "loginentry_p.h"
 
 #include "account.h"
-#include "loginlistmodel_p.h"
 
 #include <Vantro/deleterequest.h>
 
@@ -39,9 +38,6 @@ void LoginEntry::handleDeleteResponse()
     const bool success = deleteRequest->responseCode() == 200;
     deleteRequest = nullptr;
     Q_EMIT deleted(success);
-    // The model hears of every entry's answer directly: a connection per row would cost more than
-    // the row itself whenever the list is rebuilt.
-    LoginListModelPrivate::get(model)->entryDeleted(this, success);
 }
 
 } // namespace vn::account

@@ -11,8 +11,6 @@ class DeleteRequest;
 
 namespace vn::account {
 
-class LoginListModel;
-
 // One row of the login list: a login as the service lists it, and the request that ends it.
 class LoginEntry : public QObject
 {
@@ -21,9 +19,7 @@ class LoginEntry : public QObject
 public:
     // Owned by the model's rows rather than as a QObject child: a child costs two events, and
     // the list is rebuilt every minute.
-    explicit LoginEntry(LoginListModel *model)
-        : model(model)
-    {}
+    LoginEntry() = default;
 
     /// Sends the DELETE of this login, unless one is in flight.
     void startDelete();
@@ -33,7 +29,6 @@ public:
     QDateTime since() const;
     QString hostInfo() const;
 
-    LoginListModel *const model;
     /// The login as the service lists it.
     QJsonObject record;
     QString id;
@@ -46,7 +41,8 @@ private:
     mutable bool m_sinceRead = false;
 
 Q_SIGNALS:
-    /// Only a 200 answer ends a login. The model learns of it right after the signal.
+    /// Only a 200 answer ends a login. The model connects to it when it starts the delete: a
+    /// connection for every row would cost more than the row whenever the list is rebuilt.
     void deleted(bool status);
 
 public Q_SLOTS:

@@ -42,7 +42,7 @@ void LoginListModelPrivate::rebuild(const QJsonArray &logins)
     QMap<QString, LoginEntry *> newById;
     newRows.reserve(logins.size());
     for (const QJsonValue &value : logins) {
-        auto *entry = new LoginEntry(q);
+        auto *entry = new LoginEntry;
         entry->record = value.toObject();
         entry->id = entry->record.value(QLatin1String("id")).toString();
         entry->currentSession = session && session->identifier() == entry->id;
@@ -118,6 +118,7 @@ void LoginListModel::deleteLogin(const QString &loginId)
         return;
     }
     const int row = d->rowOf(entry);
+    connect(entry, &LoginEntry::deleted, this, &LoginListModel::handleDeleted, Qt::UniqueConnection);
     entry->startDelete();
     Q_EMIT dataChanged(index(row), index(row), {DeletePendingRole});
 }

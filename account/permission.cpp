@@ -26,13 +26,15 @@ Permission::Permission(QObject *parent)
     : QObject(parent)
     , d(std::make_unique<PermissionPrivate>(this))
 {
-    d->hub->add(this);
+    d->hub->add(ElementHub::Watch::Permissions,
+                {this, [](QObject *element) { static_cast<Permission *>(element)->updateConsumer(); },
+                 [](QObject *element) { static_cast<Permission *>(element)->updatePresent(); }});
     updateConsumer();
 }
 
 Permission::~Permission()
 {
-    d->hub->remove(this);
+    d->hub->remove(ElementHub::Watch::Permissions, this);
 }
 
 Permission::PermissionFlags Permission::require() const

@@ -70,7 +70,6 @@ private Q_SLOTS:
     void updateConsumer();
 
 private:
-    friend class ElementHub;
     Q_DISABLE_COPY(Permission)
     std::unique_ptr<PermissionPrivate> const d;
 };

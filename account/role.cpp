@@ -28,13 +28,15 @@ Role::Role(QObject *parent)
     : QObject(parent)
     , d(std::make_unique<RolePrivate>(this))
 {
-    d->hub->add(this);
+    d->hub->add(ElementHub::Watch::Roles,
+                {this, [](QObject *element) { static_cast<Role *>(element)->updateConsumer(); },
+                 [](QObject *element) { static_cast<Role *>(element)->updatePresent(); }});
     updateConsumer();
 }
 
 Role::~Role()
 {
-    d->hub->remove(this);
+    d->hub->remove(ElementHub::Watch::Roles, this);
 }
 
 QStringList Role::require() const

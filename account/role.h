@@ -49,7 +49,6 @@ private Q_SLOTS:
     void updateConsumer();
 
 private:
-    friend class ElementHub;
     Q_DISABLE_COPY(Role)
     std::unique_ptr<RolePrivate> const d;
 };
