@@ -1,8 +1,6 @@
 #include "consumer.h"
 #include "consumer_p.h"
 
-#include "accountinstance.h"
-
 #include <QJsonArray>
 #include <QJsonObject>
 
@@ -30,7 +28,7 @@ int permissionEntry(const QJsonValue &value)
 
 } // namespace
 
-Consumer::Consumer(const QJsonObject &consumer, AccountInstance *parent)
+Consumer::Consumer(const QJsonObject &consumer, QObject *parent)
     : QObject(parent)
     , d(std::make_unique<ConsumerPrivate>(this))
 {
@@ -126,11 +124,6 @@ bool Consumer::hasPermission(Permission::PermissionFlags permission) const
 bool Consumer::hasRole(const QString &role) const
 {
     return !role.isEmpty() && d->roles.contains(role, Qt::CaseSensitive);
-}
-
-AccountInstance *Consumer::account() const
-{
-    return qobject_cast<AccountInstance *>(QObject::parent());
 }
 
 } // namespace vn::account

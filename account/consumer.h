@@ -14,7 +14,6 @@ class QJsonObject;
 
 namespace vn::account {
 
-class AccountInstance;
 class ConsumerPrivate;
 
 /// The signed-in user, with the permissions and roles that the account service grants.
@@ -31,7 +30,7 @@ class VANTROACCOUNT_EXPORT Consumer : public QObject
 
 public:
     /// Reads @p consumer as update() does, without emitting anything.
-    Consumer(const QJsonObject &consumer, AccountInstance *parent);
+    Consumer(const QJsonObject &consumer, QObject *parent = nullptr);
     ~Consumer() override;
 
     /// Takes "id", "name", "email", "permissions" and "roles" from @p consumer. A missing key counts
@@ -56,9 +55,6 @@ Q_SIGNALS:
     void emailChanged();
     void permissionsChanged();
     void rolesChanged();
-
-protected:
-    AccountInstance *account() const;
 
 private:
     Q_DISABLE_COPY(Consumer)

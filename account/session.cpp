@@ -1,13 +1,11 @@
 #include "session.h"
 #include "session_p.h"
 
-#include "accountinstance.h"
-
 #include <QJsonObject>
 
 namespace vn::account {
 
-Session::Session(const QJsonObject &session, AccountInstance *parent)
+Session::Session(const QJsonObject &session, QObject *parent)
     : QObject(parent)
     , d(std::make_unique<SessionPrivate>(this))
 {

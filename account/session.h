@@ -12,7 +12,6 @@ class QJsonObject;
 
 namespace vn::account {
 
-class AccountInstance;
 class SessionPrivate;
 
 /// This login on this machine, as the account service describes it.
@@ -28,7 +27,7 @@ class VANTROACCOUNT_EXPORT Session : public QObject
 public:
     /// Reads "id", "hostInfo" and "since" (ISO 8601) from @p session. Missing or malformed values
     /// give empty strings and a null date-time.
-    Session(const QJsonObject &session, AccountInstance *parent);
+    Session(const QJsonObject &session, QObject *parent = nullptr);
     ~Session() override;
 
     QString identifier() const;
