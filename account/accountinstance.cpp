@@ -7,6 +7,7 @@
 #include "consumer.h"
 #include "database.h"
 #include "databasecredentials.h"
+#include "identitychain_p.h"
 #include "logging_p.h"
 #include "profile.h"
 #include "resource.h"
@@ -275,7 +276,7 @@ void AccountInstancePrivate::discardChain(AccountIdentity *chain)
 {
     // Every link was made for this chain alone (root included), so all of them go. Deferred, since
     // resources and bindings may still be looking at the old chain while this signal is delivered.
-    for (Identity *link = chain; link; link = link->parent()) {
+    for (Identity *link : chainLinks(chain)) {
         link->deleteLater();
     }
 }
@@ -388,8 +389,10 @@ qint64 AccountInstancePrivate::updateIdentity(Request *request)
         }
         // The root heads every chain but is not part of what the service sends: it has no signature.
         QStringList present;
-        for (Identity *link = identity; link && link->parent(); link = link->parent()) {
-            present.prepend(link->signature());
+        for (const Identity *link : chainLinks(identity)) {
+            if (link->parent()) {
+                present.prepend(link->signature());
+            }
         }
         if (offered != present) {
             discardChain(identity);
@@ -458,7 +461,7 @@ void AccountInstancePrivate::mergeResources(const QJsonArray &records)
         if (resource) {
             reused.insert(resource);
         } else {
-            resource = Resource::create(record, q);
+            resource = Resource::create(record, identity, q);
             if (!resource->isValid()) {
                 // Nothing has seen it yet, and an invalid credential must not stay registered.
                 delete resource;

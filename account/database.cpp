@@ -5,8 +5,8 @@
 
 namespace vn::account {
 
-Database::Database(const QJsonObject &record, AccountInstance *instance)
-    : Resource(record, instance)
+Database::Database(const QJsonObject &record, AccountIdentity *chain, QObject *parent)
+    : Resource(record, chain, parent)
     , d(std::make_unique<DatabasePrivate>(this))
 {
     const QJsonObject payload = this->payload().toObject();

@@ -22,7 +22,7 @@ class VANTROACCOUNT_EXPORT Database : public Resource
     Q_PROPERTY(QVariantMap authoringOptions READ authoringOptions CONSTANT)
 
 public:
-    Database(const QJsonObject &record, AccountInstance *instance);
+    Database(const QJsonObject &record, AccountIdentity *chain, QObject *parent);
     ~Database() override;
 
     /// Invalid when the payload's "server" is not a URL.

@@ -20,8 +20,8 @@ QString stringMember(const QJsonObject &object, const char *key)
 
 } // namespace
 
-DatabaseCredentials::DatabaseCredentials(const QJsonObject &record, AccountInstance *instance)
-    : Resource(record, instance)
+DatabaseCredentials::DatabaseCredentials(const QJsonObject &record, AccountIdentity *chain, QObject *parent)
+    : Resource(record, chain, parent)
     , d(std::make_unique<DatabaseCredentialsPrivate>(this))
 {
     const QJsonObject payload = this->payload().toObject();

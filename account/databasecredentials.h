@@ -24,7 +24,7 @@ class VANTROACCOUNT_EXPORT DatabaseCredentials : public Resource
     Q_PROPERTY(QString credentialType READ credentialType CONSTANT)
 
 public:
-    DatabaseCredentials(const QJsonObject &record, AccountInstance *instance);
+    DatabaseCredentials(const QJsonObject &record, AccountIdentity *chain, QObject *parent);
     /// Withdraws the authorization from the registry.
     ~DatabaseCredentials() override;
 

@@ -2,27 +2,29 @@
 #include "resource_p.h"
 
 #include "accountidentity.h"
-#include "accountinstance.h"
+#include "identitychain_p.h"
 #include "logging_p.h"
 
 #include <VantroCrypto/jsonsignature.h>
 
 #include <QJsonObject>
 
+#include <algorithm>
+
 namespace vn::account {
 
 QHash<QByteArray, Resource::CreationFunction> Resource::m_creationFunc;
 
-Resource *Resource::create(const QJsonObject &record, AccountInstance *instance)
+Resource *Resource::create(const QJsonObject &record, AccountIdentity *chain, QObject *parent)
 {
     const QByteArray type = record.value(QLatin1String("type")).toString().toLatin1();
     const auto factory = m_creationFunc.constFind(type);
     if (factory != m_creationFunc.constEnd()) {
-        return (*factory)(record, instance);
+        return (*factory)(record, chain, parent);
     }
     // A type this library does not know is kept, verified, as a plain resource: the application
     // may still read its envelope and payload.
-    return new Resource(record, instance);
+    return new Resource(record, chain, parent);
 }
 
 void Resource::registerType(const QByteArray &type, const CreationFunction &factory)
@@ -32,19 +34,26 @@ void Resource::registerType(const QByteArray &type, const CreationFunction &fact
     }
 }
 
-Resource::Resource(const QJsonObject &record, AccountInstance *instance)
-    : QObject(instance)
+Resource::Resource(const QJsonObject &record, AccountIdentity *chain, QObject *parent)
+    : QObject(parent)
     , d(std::make_unique<ResourcePrivate>(this))
 {
     d->record = record;
 
+    // The priority counts the steps from the account's own identity up to the owner.
+    const QList<Identity *> links = chainLinks(chain);
+    const int ownerStep =
+        int(std::find_if(links.cbegin(), links.cend(),
+                         [owner = owner()](const Identity *link) { return link->uuid() == owner; }) -
+            links.cbegin());
+    d->priority = ownerStep < links.size() ? 65535 - ownerStep : 0;
+
     // The issuer's own validity is not asked here: the account keeps only chains that verify as a
     // whole. What matters is that the issuer is part of this account's chain.
     const QString issuer = record.value(QLatin1String("issuer")).toString();
-    for (Identity *identity = instance ? instance->identity() : nullptr; identity;
-         identity = identity->parent()) {
-        if (identity->uuid() == issuer) {
-            d->valid = crypto::JsonSignature::verify(record, identity->publicKey());
+    for (const Identity *link : links) {
+        if (link->uuid() == issuer) {
+            d->valid = crypto::JsonSignature::verify(record, link->publicKey());
             if (!d->valid) {
                 qCCritical(lcAccountResource, "Signature validation failed for resource %s",
                            qUtf8Printable(uuid()));
@@ -89,22 +98,7 @@ bool Resource::isValid() const
 
 int Resource::priority() const
 {
-    const AccountInstance *instance = account();
-    const QString owner = this->owner();
-    int steps = 0;
-    for (Identity *identity = instance ? instance->identity() : nullptr; identity;
-         identity = identity->parent()) {
-        if (identity->uuid() == owner) {
-            return 65535 - steps;
-        }
-        ++steps;
-    }
-    return 0;
-}
-
-AccountInstance *Resource::account() const
-{
-    return qobject_cast<AccountInstance *>(parent());
+    return d->priority;
 }
 
 } // namespace vn::account

@@ -15,7 +15,7 @@ class QJsonObject;
 
 namespace vn::account {
 
-class AccountInstance;
+class AccountIdentity;
 class ResourcePrivate;
 
 /// A signed record that the account service hands to the account: a database, credentials for
@@ -37,23 +37,26 @@ class VANTROACCOUNT_EXPORT Resource : public QObject
     Q_PROPERTY(bool valid READ isValid CONSTANT)
 
 public:
-    /// Builds the resource object for one record; the object's QObject parent is the instance.
-    using CreationFunction = std::function<Resource *(const QJsonObject &, AccountInstance *)>;
+    /// Builds the resource object for one record, checked against the identity chain that ends at
+    /// @p chain (the account's own identity; null for none), as a QObject child of @p parent.
+    using CreationFunction =
+        std::function<Resource *(const QJsonObject &record, AccountIdentity *chain, QObject *parent)>;
 
     /// The object of the class registered for the record's "type", or a plain Resource when none is;
-    /// never null. Its QObject parent is @p instance.
-    static Resource *create(const QJsonObject &record, AccountInstance *instance);
+    /// never null.
+    static Resource *create(const QJsonObject &record, AccountIdentity *chain, QObject *parent);
 
     /// Registers @p factory for the type name @p type (compared exactly, case-sensitively). The first
     /// registration of a name wins; later ones leave the registry unchanged.
     static void registerType(const QByteArray &type, const CreationFunction &factory);
-    /// Registers the class @p T, built as `new T(record, instance)`, for @p type.
+    /// Registers the class @p T, built as `new T(record, chain, parent)`, for @p type.
     template<class T>
     static void registerType(const QByteArray &type)
     {
-        registerType(type, [](const QJsonObject &record, AccountInstance *instance) -> Resource * {
-            return new T(record, instance);
-        });
+        registerType(type,
+                     [](const QJsonObject &record, AccountIdentity *chain, QObject *parent) -> Resource * {
+                         return new T(record, chain, parent);
+                     });
     }
 
     ~Resource() override;
@@ -73,11 +76,9 @@ public:
     int priority() const;
 
 protected:
-    /// Keeps a copy of @p record and checks its signature against the identity chain of @p instance.
-    Resource(const QJsonObject &record, AccountInstance *instance);
-
-    /// The account instance that owns this resource; null when the parent is something else.
-    AccountInstance *account() const;
+    /// Keeps a copy of @p record, checks its signature against the key of its issuer in @p chain
+    /// and ranks its owner there.
+    Resource(const QJsonObject &record, AccountIdentity *chain, QObject *parent);
 
 private:
     Q_DISABLE_COPY(Resource)

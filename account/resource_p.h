@@ -15,6 +15,7 @@ public:
 
     Resource *const q;
     bool valid = false;
+    int priority = 0;
     QJsonObject record;
 };
 

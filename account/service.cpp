@@ -92,8 +92,8 @@ void ServicePrivate::registerToken()
         network::HandleDeleter(registry));
 }
 
-Service::Service(const QJsonObject &record, AccountInstance *instance)
-    : Resource(record, instance)
+Service::Service(const QJsonObject &record, AccountIdentity *chain, QObject *parent)
+    : Resource(record, chain, parent)
     , d(std::make_unique<ServicePrivate>(this))
 {
     const QJsonObject payload = this->payload().toObject();

@@ -44,7 +44,7 @@ public:
     };
 
     /// Reads the payload; does not touch the network.
-    Service(const QJsonObject &record, AccountInstance *instance);
+    Service(const QJsonObject &record, AccountIdentity *chain, QObject *parent);
     /// Withdraws the registered authorization.
     ~Service() override;
 

@@ -59,7 +59,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const Session session(record, fixture.instance.get());
     Consumer consumer(record, fixture.instance.get());
     consumer.update(record.value(QLatin1String("payload")).toObject());
-    const std::unique_ptr<Resource> resource(Resource::create(record, fixture.instance.get()));
+    const std::unique_ptr<Resource> resource(
+        Resource::create(record, fixture.instance->identity(), fixture.instance.get()));
     FUZZ_CHECK(resource); // never null, whatever the record
     resource->priority();
     return 0;

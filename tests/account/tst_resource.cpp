@@ -73,7 +73,7 @@ private:
         QTest::ignoreMessage(QtCriticalMsg, "No issuer declared on resource r-1");
         return Resource::create(
             envelope("leaf", Absent, QStringLiteral("vantro.resource.%1Credentials").arg(type), payload),
-            &instance);
+            instance.identity(), &instance);
     }
 
     // The Authorization header that the server saw on a request to the realm.
@@ -98,10 +98,11 @@ private Q_SLOTS:
         m_baseline = AuthorizationRegistry::instance()->count();
         // A rival factory for a built-in type, registered after the built-in ones: never used.
         const AccountInstance registersBuiltInTypes;
-        Resource::registerType("vantro.resource.Database", [](const QJsonObject &, AccountInstance *) {
-            ++s_rivalCalls;
-            return nullptr;
-        });
+        Resource::registerType("vantro.resource.Database",
+                               [](const QJsonObject &, AccountIdentity *, QObject *) {
+                                   ++s_rivalCalls;
+                                   return nullptr;
+                               });
     }
 
     // The server waits for kept-alive connections to close before it stops.
@@ -148,7 +149,7 @@ private Q_SLOTS:
         if (!message.isEmpty()) {
             QTest::ignoreMessage(QtCriticalMsg, qPrintable(message));
         }
-        const Resource *resource = Resource::create(record, &instance);
+        const Resource *resource = Resource::create(record, instance.identity(), &instance);
         QCOMPARE(resource->parent(), &instance);
         QCOMPARE(resource->isValid(), message.isEmpty());
         QCOMPARE(resource->priority(), priority);
@@ -185,7 +186,8 @@ private Q_SLOTS:
                                   {"server", "https://db.example:6984/"},
                                   {"name", "catalogue"},
                                   {"authoringOptions", QJsonObject{{"autosave", true}}}};
-        const Resource *resource = Resource::create(issued("leaf", "leaf", "leaf", type, payload), &instance);
+        const Resource *resource =
+            Resource::create(issued("leaf", "leaf", "leaf", type, payload), instance.identity(), &instance);
         QCOMPARE(QString::fromLatin1(resource->metaObject()->className()), className);
         QCOMPARE(resource->type(), type.toString());
         QVERIFY(resource->isValid());
