@@ -3,6 +3,7 @@
 #include "accountconfiguration.h"
 #include "accountinstance.h"
 #include "accountrequests_p.h"
+#include "accountstore_p.h"
 #include "profile.h"
 
 #include <Vantro/deleterequest.h>
@@ -17,33 +18,23 @@
 
 namespace vn::account {
 
+// The instance keeps the account's state under its own names, so that it never depends on the
+// facade; the values are the facade's.
+static_assert(int(Account::Unknown) == AccountInstance::Unknown &&
+              int(Account::Disconnected) == AccountInstance::Disconnected &&
+              int(Account::Disconnecting) == AccountInstance::Disconnecting &&
+              int(Account::Connecting) == AccountInstance::Connecting &&
+              int(Account::Connected) == AccountInstance::Connected);
+static_assert(int(Account::NoError) == AccountInstance::NoError &&
+              int(Account::AlreadyLoggedIn) == AccountInstance::AlreadyLoggedIn &&
+              int(Account::AlreadyBusy) == AccountInstance::AlreadyBusy &&
+              int(Account::InvalidLoginData) == AccountInstance::InvalidLoginData &&
+              int(Account::AuthenticationFailed) == AccountInstance::AuthenticationFailed &&
+              int(Account::ServiceFailure) == AccountInstance::ServiceFailure &&
+              int(Account::ServiceUnavailable) == AccountInstance::ServiceUnavailable &&
+              int(Account::NotLoggedIn) == AccountInstance::NotLoggedIn);
+
 namespace {
-
-// The process's account, alive while some Account holds it. Only touched on the main thread.
-std::weak_ptr<AccountInstance> s_instance;
-
-void deleteInstance(AccountInstance *instance)
-{
-    // An Account may well be destroyed from a slot that the instance's own signal is running (a
-    // view closed on a status change), so inside the event loop the instance goes once control
-    // returns there. Outside it (the end of main(), a test body) nothing would ever get to a
-    // deferred deletion, and the instance goes at once.
-    if (QCoreApplication::instance() && instance->thread()->loopLevel() > 0) {
-        instance->deleteLater();
-    } else {
-        delete instance;
-    }
-}
-
-std::shared_ptr<AccountInstance> sharedInstance()
-{
-    std::shared_ptr<AccountInstance> instance = s_instance.lock();
-    if (!instance) {
-        instance = std::shared_ptr<AccountInstance>(new AccountInstance, &deleteInstance);
-        s_instance = instance;
-    }
-    return instance;
-}
 
 int resourceCount(QQmlListProperty<Resource> *list)
 {
@@ -59,7 +50,7 @@ Resource *resourceAt(QQmlListProperty<Resource> *list, int index)
 
 Account::Account(QObject *parent)
     : QObject(parent)
-    , m_instance(sharedInstance())
+    , m_instance(AccountInstance::shared())
 {
     AccountInstance *instance = m_instance.get();
     connect(instance, &AccountInstance::statusChanged, this, &Account::statusChanged);
@@ -68,7 +59,8 @@ Account::Account(QObject *parent)
     connect(instance, &AccountInstance::consumerChanged, this, &Account::consumerChanged);
     connect(instance, &AccountInstance::sessionChanged, this, &Account::sessionChanged);
     connect(instance, &AccountInstance::resourcesChanged, this, &Account::resourcesChanged);
-    connect(instance, &AccountInstance::error, this, &Account::error);
+    connect(instance, &AccountInstance::error, this,
+            [this](AccountInstance::Error failure) { Q_EMIT error(Account::Error(failure)); });
     connect(instance, &AccountInstance::onlineCheckFailed, this, &Account::onlineCheckFailed);
 }
 
@@ -86,7 +78,7 @@ void Account::logout()
 
 Account::Status Account::status() const
 {
-    return m_instance->status();
+    return Account::Status(m_instance->status());
 }
 
 bool Account::isOnline() const
@@ -195,12 +187,7 @@ DeleteRequest *Account::deleteRequest(const QUrl &url) const
 
 Profile &Account::profile()
 {
-    // The first call may come from any thread: a function-local static is made exactly once.
-    static Profile profile([] {
-        const QCoreApplication *application = QCoreApplication::instance();
-        return application ? application->property("profile").toString() : QString();
-    }());
-    return profile;
+    return AccountStore::processProfile();
 }
 
 } // namespace vn::account

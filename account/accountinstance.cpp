@@ -20,12 +20,14 @@
 #include <VantroNetwork/bearerauthorization.h>
 #include <VantroNetwork/networkaccessmanager.h>
 
+#include <QCoreApplication>
 #include <QHash>
 #include <QHostInfo>
 #include <QJsonDocument>
 #include <QMetaEnum>
 #include <QNetworkRequest>
 #include <QSet>
+#include <QThread>
 #include <QTimerEvent>
 #include <QUuid>
 
@@ -35,19 +37,8 @@ namespace vn::account {
 
 namespace {
 
-const QString ClientIdEntry = QStringLiteral("clientId");
-const QString ClientKeyEntry = QStringLiteral("clientKey");
-const QString AccessTokenEntry = QStringLiteral("accessToken");
-const QString SessionEntry = QStringLiteral("sessionInfo");
-const QString ConsumerEntry = QStringLiteral("consumerInfo");
-const QString IdentityEntry = QStringLiteral("identity");
-const QString ResourcesEntry = QStringLiteral("resources");
-
 const char TaskIndexProperty[] = "taskIndex";
 const char GenerationProperty[] = "vantroAccountGeneration";
-
-constexpr int ClientKeyType = 1; // RSA
-constexpr int ClientKeyBits = 2048;
 
 // The types the account service hands out. Registration keeps the first factory for a name, so a
 // later instance in the same process registers nothing twice.
@@ -67,53 +58,38 @@ const char *networkErrorName(QNetworkReply::NetworkError error)
 
 } // namespace
 
-AccountInstancePrivate::AccountInstancePrivate(AccountInstance *owner)
+AccountInstancePrivate::AccountInstancePrivate(AccountInstance *owner, Profile &profile)
     : q(owner)
+    , store(profile)
 {}
 
 void AccountInstancePrivate::restore()
 {
-    Profile &profile = Account::profile();
-
-    clientId = profile.readString(ClientIdEntry);
-    if (clientId.isEmpty()) {
-        clientId = QUuid::createUuid()
-                       .toString()
-                       .remove(QLatin1Char('{'))
-                       .remove(QLatin1Char('}'))
-                       .remove(QLatin1Char('-'));
-        profile.write(ClientIdEntry, clientId);
-    }
-    clientKey = profile.readPrivateKey(ClientKeyEntry);
-    if (!clientKey.isValid()) {
-        clientKey = crypto::PrivateKey(ClientKeyType, ClientKeyBits);
-        profile.write(ClientKeyEntry, clientKey);
-    }
+    store.loadClientIdentity(&clientId, &clientKey);
     qCInfo(lcAccount, "Loading profile for client %s", qUtf8Printable(clientId));
 
-    accessToken = profile.readToken(AccessTokenEntry);
+    accessToken = store.token();
     if (!accessToken.isValid()) {
-        setStatus(Account::Disconnected);
+        setStatus(AccountInstance::Disconnected);
         return;
     }
-    setStatus(Account::Connected);
-    persistent = true;
+    setStatus(AccountInstance::Connected);
+    store.setPersistent(true);
     registerAuthorization();
 
-    const QJsonObject sessionInfo = profile.readObject(SessionEntry);
-    persistedSession = sessionInfo;
+    const QJsonObject sessionInfo = store.session();
     if (!sessionInfo.isEmpty()) {
         session = new Session(sessionInfo, q);
         qCDebug(lcAccount, "Restored session info from profile");
         Q_EMIT q->sessionChanged();
     }
-    const QJsonObject consumerInfo = profile.readObject(ConsumerEntry);
+    const QJsonObject consumerInfo = store.consumer();
     if (!consumerInfo.isEmpty()) {
         consumer = new Consumer(consumerInfo, q);
         qCDebug(lcAccount, "Restored consumer info from profile");
         Q_EMIT q->consumerChanged();
     }
-    const QJsonArray chain = profile.readArray(IdentityEntry);
+    const QJsonArray chain = store.identity();
     if (!chain.isEmpty()) {
         AccountIdentity *restored = AccountIdentity::loadChain(chain, q);
         // The whole chain must hold: a valid last link under a forged one above it proves nothing.
@@ -125,7 +101,7 @@ void AccountInstancePrivate::restore()
             discardChain(restored);
         }
     }
-    const QJsonArray records = profile.readArray(ResourcesEntry);
+    const QJsonArray records = store.resources();
     if (!records.isEmpty()) {
         mergeResources(records);
     }
@@ -133,9 +109,9 @@ void AccountInstancePrivate::restore()
 
 void AccountInstancePrivate::buildTasks()
 {
-    const auto connected = [this] { return status == Account::Connected; };
-    const auto connectedOnline = [this] { return status == Account::Connected && online; };
-    const auto withIdentity = [this] { return status == Account::Connected && online && identity; };
+    const auto connected = [this] { return status == AccountInstance::Connected; };
+    const auto connectedOnline = [this] { return status == AccountInstance::Connected && online; };
+    const auto withIdentity = [this] { return status == AccountInstance::Connected && online && identity; };
 
     tasks.resize(4);
     tasks[0].path = QUrl(QStringLiteral("logins/current"));
@@ -162,13 +138,13 @@ void AccountInstancePrivate::updateNextDue()
     }
 }
 
-void AccountInstancePrivate::setStatus(Account::Status newStatus)
+void AccountInstancePrivate::setStatus(AccountInstance::Status newStatus)
 {
     if (newStatus == status) {
         return;
     }
     status = newStatus;
-    if (status == Account::Connected) {
+    if (status == AccountInstance::Connected) {
         for (RefreshTask &task : tasks) {
             task.due = 0;
         }
@@ -176,7 +152,7 @@ void AccountInstancePrivate::setStatus(Account::Status newStatus)
         if (timerId == 0) {
             timerId = q->startTimer(TimeScale::interval(TickInterval), Qt::CoarseTimer);
         }
-    } else if (status == Account::Disconnected && timerId != 0) {
+    } else if (status == AccountInstance::Disconnected && timerId != 0) {
         q->killTimer(timerId);
         timerId = 0;
     }
@@ -203,19 +179,6 @@ QString AccountInstancePrivate::hostInfo() const
         info += QLatin1Char('@') + domain;
     }
     return info + QLatin1String(" [") + clientId + QLatin1Char(']');
-}
-
-void AccountInstancePrivate::wipeProfile()
-{
-    Profile &profile = Account::profile();
-    QStringList entries = profile.entries();
-    entries.removeAll(ClientIdEntry);
-    entries.removeAll(ClientKeyEntry);
-    for (const QString &entry : qAsConst(entries)) {
-        profile.deleteEntry(entry);
-    }
-    mergedResources.clear();
-    persistedSession = QJsonObject();
 }
 
 void AccountInstancePrivate::resetAccountData()
@@ -254,12 +217,12 @@ void AccountInstancePrivate::signOut()
     // Whatever the service thinks, the token is of no further use here: it is neither kept nor sent
     // again, and answers still under way for it are not applied.
     ++generation;
-    persistent = false;
     accessToken = AccessToken();
     authorization.reset();
-    setStatus(Account::Disconnected);
+    setStatus(AccountInstance::Disconnected);
     resetAccountData();
-    wipeProfile();
+    store.wipe();
+    mergedResources.clear();
 }
 
 void AccountInstancePrivate::replaceIdentity(AccountIdentity *chain)
@@ -307,11 +270,7 @@ qint64 AccountInstancePrivate::checkOnline(Request *request)
             session = new Session(sessionInfo, q);
             Q_EMIT q->sessionChanged();
         }
-        // The check runs every half minute; the same record is not synced to disk every time.
-        if (persistent && sessionInfo != persistedSession &&
-            Account::profile().write(SessionEntry, sessionInfo)) {
-            persistedSession = sessionInfo;
-        }
+        store.saveSession(sessionInfo);
     } else {
         online = false;
         const int code = request->responseCode();
@@ -360,9 +319,7 @@ qint64 AccountInstancePrivate::updateConsumer(Request *request)
     } else {
         consumer->update(consumerInfo);
     }
-    if (persistent) {
-        Account::profile().write(ConsumerEntry, consumerInfo);
-    }
+    store.saveConsumer(consumerInfo);
     return ConsumerDelay;
 }
 
@@ -400,9 +357,7 @@ qint64 AccountInstancePrivate::updateIdentity(Request *request)
         }
     }
     if (!identity) {
-        if (persistent) {
-            Account::profile().write(IdentityEntry, chain);
-        }
+        store.saveIdentity(chain);
         AccountIdentity *loaded = AccountIdentity::loadChain(chain, q);
         if (loaded && loaded->verifyChain()) {
             identity = loaded;
@@ -436,8 +391,7 @@ qint64 AccountInstancePrivate::updateResources(Request *request)
     }
     mergeResources(records);
     // A write that failed leaves the answer unremembered, so that the next one writes it again.
-    const bool kept = !persistent || Account::profile().write(ResourcesEntry, records);
-    mergedResources = kept ? body : QByteArray();
+    mergedResources = store.saveResources(records) ? body : QByteArray();
     return ResourcesDelay;
 }
 
@@ -485,9 +439,9 @@ void AccountInstancePrivate::mergeResources(const QJsonArray &records)
     Q_EMIT q->resourcesChanged();
 }
 
-AccountInstance::AccountInstance(QObject *parent)
+AccountInstance::AccountInstance(Profile &profile, QObject *parent)
     : QObject(parent)
-    , d(std::make_unique<AccountInstancePrivate>(this))
+    , d(std::make_unique<AccountInstancePrivate>(this, profile))
 {
     registerResourceTypes();
     d->network = network::NetworkAccessManager::sharedInstance();
@@ -497,7 +451,30 @@ AccountInstance::AccountInstance(QObject *parent)
 
 AccountInstance::~AccountInstance() = default;
 
-Account::Status AccountInstance::status() const
+std::shared_ptr<AccountInstance> AccountInstance::shared()
+{
+    // Only touched on the main thread, like the account itself.
+    static std::weak_ptr<AccountInstance> s_instance;
+    std::shared_ptr<AccountInstance> instance = s_instance.lock();
+    if (!instance) {
+        instance = std::shared_ptr<AccountInstance>(
+            new AccountInstance(AccountStore::processProfile()), [](AccountInstance *gone) {
+                // The last holder may well go from a slot that the instance's own signal is running (a
+                // view closed on a status change), so inside the event loop the instance goes once
+                // control returns there. Outside it (the end of main(), a test body) nothing would ever
+                // get to a deferred deletion, and the instance goes at once.
+                if (QCoreApplication::instance() && gone->thread()->loopLevel() > 0) {
+                    gone->deleteLater();
+                } else {
+                    delete gone;
+                }
+            });
+        s_instance = instance;
+    }
+    return instance;
+}
+
+AccountInstance::Status AccountInstance::status() const
 {
     return d->status;
 }
@@ -554,19 +531,19 @@ const QList<Resource *> &AccountInstance::resources() const
 
 void AccountInstance::login(AbstractAuthenticator *authenticator)
 {
-    if (d->status == Account::Disconnecting || d->status == Account::Connecting) {
-        Q_EMIT error(Account::AlreadyBusy);
+    if (d->status == AccountInstance::Disconnecting || d->status == AccountInstance::Connecting) {
+        Q_EMIT error(AccountInstance::AlreadyBusy);
         return;
     }
-    if (d->status == Account::Connected) {
-        Q_EMIT error(Account::AlreadyLoggedIn);
+    if (d->status == AccountInstance::Connected) {
+        Q_EMIT error(AccountInstance::AlreadyLoggedIn);
         return;
     }
     if (!authenticator) {
-        Q_EMIT error(Account::InvalidLoginData);
+        Q_EMIT error(AccountInstance::InvalidLoginData);
         return;
     }
-    d->setStatus(Account::Connecting);
+    d->setStatus(AccountInstance::Connecting);
     d->authenticator = authenticator;
     authenticator->setNetwork(d->network);
     authenticator->setHostInfo(d->hostInfo());
@@ -574,9 +551,9 @@ void AccountInstance::login(AbstractAuthenticator *authenticator)
     // An authenticator deleted before it finished would leave the account connecting for good, and
     // every later login refused as busy.
     connect(authenticator, &QObject::destroyed, this, [this] {
-        if (d->status == Account::Connecting) {
+        if (d->status == AccountInstance::Connecting) {
             qCWarning(lcAccount, "Login abandoned: the authenticator was deleted before it finished");
-            d->setStatus(Account::Disconnected);
+            d->setStatus(AccountInstance::Disconnected);
         }
     });
     authenticator->start();
@@ -588,24 +565,24 @@ void AccountInstance::authenticationFinished(AbstractAuthenticator::Status statu
     d->authorization.reset();
 
     if (status != AbstractAuthenticator::Success) {
-        d->setStatus(Account::Disconnected);
+        d->setStatus(AccountInstance::Disconnected);
         qCCritical(lcAccount, "Authentication failed with status %d", int(status));
         switch (status) {
         case AbstractAuthenticator::Busy:
-            Q_EMIT error(Account::AlreadyBusy);
+            Q_EMIT error(AccountInstance::AlreadyBusy);
             break;
         case AbstractAuthenticator::AuthenticationFailed:
         case AbstractAuthenticator::RequestFailed:
-            Q_EMIT error(Account::AuthenticationFailed);
+            Q_EMIT error(AccountInstance::AuthenticationFailed);
             break;
         case AbstractAuthenticator::InvalidLoginData:
-            Q_EMIT error(Account::InvalidLoginData);
+            Q_EMIT error(AccountInstance::InvalidLoginData);
             break;
         case AbstractAuthenticator::ServiceUnavailable:
-            Q_EMIT error(Account::ServiceUnavailable);
+            Q_EMIT error(AccountInstance::ServiceUnavailable);
             break;
         case AbstractAuthenticator::ServiceFailure:
-            Q_EMIT error(Account::ServiceFailure);
+            Q_EMIT error(AccountInstance::ServiceFailure);
             break;
         default:
             break;
@@ -614,12 +591,10 @@ void AccountInstance::authenticationFinished(AbstractAuthenticator::Status statu
         // A success without a token connects all the same, with nothing to register or keep.
         if (d->accessToken.isValid()) {
             d->registerAuthorization();
-            d->persistent = d->authenticator && d->authenticator->persistent();
-            if (d->persistent) {
-                Account::profile().write(QStringLiteral("accessToken"), d->accessToken);
-            }
+            d->store.setPersistent(d->authenticator && d->authenticator->persistent());
+            d->store.saveToken(d->accessToken);
         }
-        d->setStatus(Account::Connected);
+        d->setStatus(AccountInstance::Connected);
         d->online = true;
         Q_EMIT onlineChanged();
     }
@@ -632,11 +607,11 @@ void AccountInstance::authenticationFinished(AbstractAuthenticator::Status statu
 
 void AccountInstance::logout()
 {
-    if (d->status != Account::Connected) {
-        Q_EMIT error(Account::NotLoggedIn);
+    if (d->status != AccountInstance::Connected) {
+        Q_EMIT error(AccountInstance::NotLoggedIn);
         return;
     }
-    d->setStatus(Account::Disconnecting);
+    d->setStatus(AccountInstance::Disconnecting);
     DeleteRequest *request = AccountRequests::remove(QUrl(QStringLiteral("logins/current")));
     request->setSuppressErrors(true);
     connect(request, &Request::finished, this, &AccountInstance::logoutFinished);
@@ -648,10 +623,10 @@ void AccountInstance::logoutFinished()
     const int code = request ? request->responseCode() : 0;
     if (code == 0) {
         qCCritical(lcAccount, "Logout failed - service unavailable");
-        Q_EMIT error(Account::ServiceUnavailable);
+        Q_EMIT error(AccountInstance::ServiceUnavailable);
     } else if (code != 200) {
         qCCritical(lcAccount, "Logout failed with server error code %d", code);
-        Q_EMIT error(Account::ServiceFailure);
+        Q_EMIT error(AccountInstance::ServiceFailure);
     }
     d->signOut();
 }

@@ -2,7 +2,6 @@
 
 #include <VantroAccount/abstractauthenticator.h>
 #include <VantroAccount/accesstoken.h>
-#include <VantroAccount/account.h>
 #include <VantroAccount/vantroaccount_export.h>
 
 #include <QByteArray>
@@ -27,6 +26,7 @@ namespace vn::account {
 class AccountIdentity;
 class AccountInstancePrivate;
 class Consumer;
+class Profile;
 class Resource;
 class Session;
 
@@ -34,8 +34,9 @@ class Session;
 /// towards the service, the access token, the connection status and the account's data objects
 /// (identity chain, session, consumer, resources), which it owns as their QObject parent.
 ///
-/// It restores itself from Account::profile() when it is made, and while it is connected it keeps
-/// its data current by polling the account service.
+/// It restores itself from the profile it is handed when it is made, and while it is connected it
+/// keeps its data current by polling the account service. It knows nothing of the Account objects
+/// that show it: they follow its signals.
 ///
 /// Internal to the library: exported only in builds with the tests, which reach it; the header is not
 /// installed.
@@ -44,13 +45,37 @@ class VANTROACCOUNT_AUTOTEST_EXPORT AccountInstance : public QObject
     Q_OBJECT
 
 public:
+    /// The account's state and failures, with the values of Account::Status and Account::Error,
+    /// which give them to the application.
+    enum Status {
+        Unknown = 0,
+        Disconnected = 1,
+        Disconnecting = 2,
+        Connecting = 3,
+        Connected = 4,
+    };
+    enum Error {
+        NoError = 0,
+        AlreadyLoggedIn = 1,
+        AlreadyBusy = 2,
+        InvalidLoginData = 3,
+        AuthenticationFailed = 4,
+        ServiceFailure = 5,
+        ServiceUnavailable = 6,
+        NotLoggedIn = 7,
+    };
+
     /// Registers the resource types that the account service hands out, takes the shared network
-    /// access manager and restores the account from the profile: connected when the profile holds
+    /// access manager and restores the account from @p profile: connected when the profile holds
     /// an access token, disconnected otherwise.
-    explicit AccountInstance(QObject *parent = nullptr);
+    explicit AccountInstance(Profile &profile, QObject *parent = nullptr);
     ~AccountInstance() override;
 
-    Account::Status status() const;
+    /// The process's account, on the process's profile, shared by everyone who holds it: made on
+    /// the first call, gone with the last holder, and restored again by the next call after that.
+    static std::shared_ptr<AccountInstance> shared();
+
+    Status status() const;
     bool isOnline() const;
     QString clientId() const;
     vn::crypto::PrivateKey clientKey() const;
@@ -83,7 +108,7 @@ Q_SIGNALS:
     void consumerChanged();
     void sessionChanged();
     void resourcesChanged();
-    void error(vn::account::Account::Error error);
+    void error(vn::account::AccountInstance::Error error);
     void onlineCheckFailed(int responseCode);
 
 public Q_SLOTS:

@@ -2,7 +2,8 @@
 
 #include "abstractauthenticator.h"
 #include "accesstoken.h"
-#include "account.h"
+#include "accountinstance.h"
+#include "accountstore_p.h"
 
 #include <VantroCrypto/privatekey.h>
 #include <VantroNetwork/authorizationregistry.h>
@@ -55,18 +56,16 @@ public:
     static constexpr qint64 IdentityDelay = 1500000;
     static constexpr qint64 ResourcesDelay = 900000;
 
-    explicit AccountInstancePrivate(AccountInstance *owner);
+    AccountInstancePrivate(AccountInstance *owner, Profile &profile);
 
     void restore();
     void buildTasks();
     void updateNextDue();
-    void setStatus(Account::Status newStatus);
+    void setStatus(AccountInstance::Status newStatus);
     /// Registers the access token as bearer authorization for the service host, replacing any.
     void registerAuthorization();
     QString hostInfo() const;
 
-    /// Deletes every profile entry but the client's identity.
-    void wipeProfile();
     /// Drops consumer, identity, session and resources, then the online flag, each with its signal.
     void resetAccountData();
     /// The local half of every sign-out: status, token and authorization, data, profile.
@@ -89,12 +88,12 @@ public:
     bool isCurrent(const Request *request) const;
 
     AccountInstance *const q;
+    AccountStore store;
     QString clientId;
     crypto::PrivateKey clientKey;
     AccessToken accessToken;
-    Account::Status status = Account::Unknown;
+    AccountInstance::Status status = AccountInstance::Unknown;
     bool online = false;
-    bool persistent = false;
     AccountIdentity *identity = nullptr;
     Consumer *consumer = nullptr;
     Session *session = nullptr;
@@ -109,8 +108,6 @@ public:
     /// The last resource answer that was merged (and, when persistent, written to the profile): the
     /// same answer again changes nothing and is neither parsed nor written again.
     QByteArray mergedResources;
-    /// The session record last written to the profile, which an unchanged check does not rewrite.
-    QJsonObject persistedSession;
     /// The earliest time at which a refresh task that is not running may come due: ticks before it
     /// have nothing to do.
     qint64 nextDue = 0;

@@ -24,8 +24,9 @@ std::shared_ptr<ElementHub> ElementHub::acquire()
 }
 
 ElementHub::ElementHub()
+    : m_account(AccountInstance::shared())
 {
-    connect(&m_account, &Account::consumerChanged, this, [this] {
+    connect(m_account.get(), &AccountInstance::consumerChanged, this, [this] {
         watchConsumer();
         update(m_permissions, true);
         update(m_roles, true);
@@ -40,7 +41,7 @@ void ElementHub::watchConsumer()
     if (m_consumer) {
         disconnect(m_consumer, nullptr, this, nullptr);
     }
-    m_consumer = m_account.consumer();
+    m_consumer = m_account->consumer();
     if (m_consumer) {
         connect(m_consumer, &Consumer::permissionsChanged, this, [this] { update(m_permissions, false); });
         connect(m_consumer, &Consumer::rolesChanged, this, [this] { update(m_roles, false); });

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "account.h"
+#include "accountinstance.h"
 
 #include <QObject>
 #include <QPointer>
@@ -48,7 +48,7 @@ private:
     void update(std::vector<Element> &elements, bool replaced);
     std::vector<Element> &elements(Watch watch);
 
-    Account m_account;
+    std::shared_ptr<AccountInstance> const m_account;
     QPointer<Consumer> m_consumer;
     std::vector<Element> m_permissions;
     std::vector<Element> m_roles;

@@ -75,7 +75,7 @@ public:
     bool deleteEntry(const QString &entry);
 
 private:
-    friend class Account;
+    friend class AccountStore;
 
     explicit Profile(const QString &name);
 

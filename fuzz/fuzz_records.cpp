@@ -2,7 +2,9 @@
 // resource of the account instance; every array becomes an identity chain below the root.
 
 #include "accountinstance.h"
+
 #include "fuzzsupport.h"
+#include <VantroAccount/account.h>
 
 #include <VantroAccount/accountidentity.h>
 #include <VantroAccount/consumer.h>
@@ -25,7 +27,7 @@ struct Fixture
     {
         qputenv("VANTRO_PROFILE_LOCATION", profile.path().toLocal8Bit());
         qunsetenv("VANTRO_ACCOUNT_CONFIG");
-        instance = std::make_unique<AccountInstance>();
+        instance = std::make_unique<AccountInstance>(vn::account::Account::profile());
         QFile chain(QStringLiteral(VANTRO_FUZZ_CHAIN));
         FUZZ_CHECK(chain.open(QIODevice::ReadOnly));
         instance->setIdentity(

@@ -1,5 +1,7 @@
 #include "accountinstance.h"
 
+#include <VantroAccount/account.h>
+
 #include <VantroAccount/consumer.h>
 #include <VantroAccount/permission.h>
 #include <VantroAccount/session.h>
@@ -34,7 +36,7 @@ class TestRecords : public QObject
 private Q_SLOTS:
     void session()
     {
-        AccountInstance instance;
+        AccountInstance instance(vn::account::Account::profile());
         const Session session(json("{'id': 's-77', 'since': '2024-03-05T10:15:30+02:00'}"), &instance);
         QCOMPARE(session.parent(), &instance);
         QCOMPARE(session.identifier(), QStringLiteral("s-77"));

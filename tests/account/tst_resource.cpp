@@ -1,7 +1,9 @@
 #include "accountinstance.h"
+
 #include "oauth1signature_p.h"
 #include "testhttpserver.h"
 #include "trustfixture.h"
+#include <VantroAccount/account.h>
 
 #include <VantroAccount/accountidentity.h>
 #include <VantroAccount/database.h>
@@ -97,7 +99,7 @@ private Q_SLOTS:
         });
         m_baseline = AuthorizationRegistry::instance()->count();
         // A rival factory for a built-in type, registered after the built-in ones: never used.
-        const AccountInstance registersBuiltInTypes;
+        const AccountInstance registersBuiltInTypes(vn::account::Account::profile());
         Resource::registerType("vantro.resource.Database",
                                [](const QJsonObject &, AccountIdentity *, QObject *) {
                                    ++s_rivalCalls;
@@ -142,7 +144,7 @@ private Q_SLOTS:
         QFETCH(int, priority);
         QFETCH(QString, message);
 
-        AccountInstance instance;
+        AccountInstance instance(vn::account::Account::profile());
         if (chain) {
             adoptChain(instance);
         }
@@ -176,7 +178,7 @@ private Q_SLOTS:
         QFETCH(QJsonValue, type);
         QFETCH(QString, className);
 
-        AccountInstance instance;
+        AccountInstance instance(vn::account::Account::profile());
         adoptChain(instance);
         if (className == QLatin1String("vn::account::DatabaseCredentials")) {
             QTest::ignoreMessage(QtWarningMsg, "Unsupported credential type \"none\" in resource \"r-1\"");
@@ -227,7 +229,7 @@ private Q_SLOTS:
         QFETCH(bool, supported);
         QFETCH(QByteArray, header);
 
-        AccountInstance instance;
+        AccountInstance instance(vn::account::Account::profile());
         if (!supported) {
             QTest::ignoreMessage(QtWarningMsg, "Unsupported credential type \"Bearer\" in resource \"r-1\"");
         }
@@ -244,7 +246,7 @@ private Q_SLOTS:
     {
         const QString consumerSecret = QStringLiteral("cs/secret+1");
         const QString tokenSecret = QStringLiteral("ts&secret 2");
-        AccountInstance instance;
+        AccountInstance instance(vn::account::Account::profile());
         createCredentials(instance, QStringLiteral("Author"),
                           credentialPayload("oauth1", {{"consumerKey", "ck-catalogue"},
                                                        {"consumerSecret", consumerSecret},
