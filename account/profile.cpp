@@ -13,12 +13,15 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonParseError>
-#include <QSaveFile>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 namespace vn::account {
 
@@ -30,7 +33,30 @@ constexpr qint64 MaximumEntrySize = 4 * 1024 * 1024;
 // The profile holds the access token and the client's private key: only its owner may enter the
 // folder or read an entry, whatever the process's umask says.
 constexpr mode_t FolderMode = S_IRWXU;
-constexpr QFileDevice::Permissions EntryPermissions = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+constexpr mode_t EntryMode = S_IRUSR | S_IWUSR;
+
+// A write goes to a pending file ".pending.<writer's pid>.<random>" in the folder and is renamed onto
+// its entry once whole. Hidden, it is never an entry; named after its writer, it tells the leftover
+// of a writer killed in mid-write apart from a write still in progress in this or another process.
+const QString PendingPrefix = QStringLiteral(".pending.");
+
+bool writeAll(int descriptor, const QByteArray &data)
+{
+    const char *next = data.constData();
+    qint64 left = data.size();
+    while (left > 0) {
+        const ssize_t written = ::write(descriptor, next, size_t(left));
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return false;
+        }
+        next += written;
+        left -= written;
+    }
+    return true;
+}
 
 void makePrivateFolder(const QString &path)
 {
@@ -40,7 +66,7 @@ void makePrivateFolder(const QString &path)
     // Created with its final mode rather than made with the umask's and narrowed afterwards, so the
     // folder is never open to others. chmod then restores owner bits that a umask took away, and
     // narrows a folder that an earlier run left with a looser mode: while the folder is private, no
-    // one else can reach an entry's temporary file in the instant before its mode is narrowed.
+    // one else can reach an entry's pending file while it is being written.
     if (::mkdir(encoded.constData(), FolderMode) != 0) {
         struct stat existing;
         if (errno != EEXIST || ::stat(encoded.constData(), &existing) != 0 || !S_ISDIR(existing.st_mode)) {
@@ -103,6 +129,15 @@ void Profile::initialize()
     m_directory.setPath(base.absoluteFilePath(m_name));
     // A folder that cannot be made is not reported here: every later write fails instead.
     makePrivateFolder(m_directory.absolutePath());
+    // Opening is where a run finds what a killed one left: pending files whose writer is gone.
+    const QStringList pending =
+        m_directory.entryList({PendingPrefix + QLatin1Char('*')}, QDir::Files | QDir::Hidden);
+    for (const QString &name : pending) {
+        const pid_t writer = pid_t(name.section(QLatin1Char('.'), 2, 2).toInt());
+        if (writer > 0 && writer != ::getpid() && ::kill(writer, 0) != 0 && errno == ESRCH) {
+            m_directory.remove(name);
+        }
+    }
 }
 
 QString Profile::entryPath(const QString &entry) const
@@ -171,21 +206,18 @@ vn::crypto::PrivateKey Profile::readPrivateKey(const QString &entry) const
 bool Profile::write(const QString &entry, const QByteArray &data)
 {
     const QString path = entryPath(entry);
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly)) {
+    QByteArray pending = QFile::encodeName(
+        m_directory.absoluteFilePath(PendingPrefix + QString::number(::getpid()) + ".XXXXXX"));
+    const int descriptor = ::mkostemp(pending.data(), O_CLOEXEC);
+    if (descriptor < 0) {
         return false;
     }
-    // The temporary file takes the umask's mode (or the old entry's); narrow it before the first
-    // byte is written, so the committed entry has never been readable by anyone else.
-    if (!file.setPermissions(EntryPermissions)) {
-        file.cancelWriting();
-        return false;
-    }
-    if (file.write(data) != data.size()) {
-        file.cancelWriting();
-        return false;
-    }
-    if (!file.commit()) {
+    // Made 0600 less the umask; the owner's bits come back before the first byte is written, so the
+    // entry has never been readable by anyone else.
+    bool written = ::fchmod(descriptor, EntryMode) == 0 && writeAll(descriptor, data);
+    written = ::close(descriptor) == 0 && written;
+    if (!written || ::rename(pending.constData(), QFile::encodeName(path).constData()) != 0) {
+        ::unlink(pending.constData());
         return false;
     }
     vn::util::FileUtils::syncFile(path);

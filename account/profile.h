@@ -24,8 +24,10 @@ class Account;
 ///
 /// The folder is private to the user (0700) and every entry file is 0600, whatever the umask: the
 /// store holds the access token and the client's private key. Every write replaces its file
-/// atomically and syncs it to disk; a failed write leaves the previous content whole. Reads never
-/// fail: a missing, unreadable or malformed entry gives an empty value. The process-wide profile is
+/// atomically and syncs it to disk; a failed write leaves the previous content whole. A write in
+/// progress is a hidden ".pending.*" file, never an entry; one left by a process killed in mid-write
+/// is removed by the next profile object opened on the folder. Reads never fail: a missing,
+/// unreadable or malformed entry gives an empty value. The process-wide profile is
 /// Account::profile().
 class VANTROACCOUNT_EXPORT Profile
 {
