@@ -9,7 +9,6 @@
 #include "databasecredentials.h"
 #include "identitychain_p.h"
 #include "logging_p.h"
-#include "profile.h"
 #include "resource.h"
 #include "service.h"
 #include "session.h"
@@ -21,24 +20,14 @@
 #include <VantroNetwork/networkaccessmanager.h>
 
 #include <QCoreApplication>
-#include <QHash>
 #include <QHostInfo>
-#include <QJsonDocument>
-#include <QMetaEnum>
-#include <QNetworkRequest>
-#include <QSet>
 #include <QThread>
 #include <QTimerEvent>
-#include <QUuid>
 
-#include <limits>
 
 namespace vn::account {
 
 namespace {
-
-const char TaskIndexProperty[] = "taskIndex";
-const char GenerationProperty[] = "vantroAccountGeneration";
 
 // The types the account service hands out. Registration keeps the first factory for a name, so a
 // later instance in the same process registers nothing twice.
@@ -48,12 +37,6 @@ void registerResourceTypes()
     Resource::registerType<DatabaseCredentials>("vantro.resource.AuthorCredentials");
     Resource::registerType<DatabaseCredentials>("vantro.resource.DeviceCredentials");
     Resource::registerType<Service>("vantro.resource.Service");
-}
-
-const char *networkErrorName(QNetworkReply::NetworkError error)
-{
-    const char *name = QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(error);
-    return name ? name : "UnknownNetworkError";
 }
 
 } // namespace
@@ -101,40 +84,8 @@ void AccountInstancePrivate::restore()
             discardChain(restored);
         }
     }
-    const QJsonArray records = store.resources();
-    if (!records.isEmpty()) {
-        mergeResources(records);
-    }
-}
-
-void AccountInstancePrivate::buildTasks()
-{
-    const auto connected = [this] { return status == AccountInstance::Connected; };
-    const auto connectedOnline = [this] { return status == AccountInstance::Connected && online; };
-    const auto withIdentity = [this] { return status == AccountInstance::Connected && online && identity; };
-
-    tasks.resize(4);
-    tasks[0].path = QUrl(QStringLiteral("logins/current"));
-    tasks[0].condition = connected;
-    tasks[0].handler = [this](Request *request) { return checkOnline(request); };
-    tasks[1].path = QUrl(QStringLiteral("consumer"));
-    tasks[1].condition = connectedOnline;
-    tasks[1].handler = [this](Request *request) { return updateConsumer(request); };
-    tasks[2].path = QUrl(QStringLiteral("account/identity"));
-    tasks[2].condition = connectedOnline;
-    tasks[2].handler = [this](Request *request) { return updateIdentity(request); };
-    tasks[3].path = QUrl(QStringLiteral("entitled"));
-    tasks[3].condition = withIdentity;
-    tasks[3].handler = [this](Request *request) { return updateResources(request); };
-}
-
-void AccountInstancePrivate::updateNextDue()
-{
-    nextDue = std::numeric_limits<qint64>::max();
-    for (const RefreshTask &task : tasks) {
-        if (!task.busy) {
-            nextDue = qMin(nextDue, task.due);
-        }
+    if (resources.merge(store.resources(), identity, q)) {
+        Q_EMIT q->resourcesChanged();
     }
 }
 
@@ -145,16 +96,9 @@ void AccountInstancePrivate::setStatus(AccountInstance::Status newStatus)
     }
     status = newStatus;
     if (status == AccountInstance::Connected) {
-        for (RefreshTask &task : tasks) {
-            task.due = 0;
-        }
-        nextDue = 0;
-        if (timerId == 0) {
-            timerId = q->startTimer(TimeScale::interval(TickInterval), Qt::CoarseTimer);
-        }
-    } else if (status == AccountInstance::Disconnected && timerId != 0) {
-        q->killTimer(timerId);
-        timerId = 0;
+        schedule.start();
+    } else if (status == AccountInstance::Disconnected) {
+        schedule.stop();
     }
     Q_EMIT q->statusChanged();
 }
@@ -198,12 +142,7 @@ void AccountInstancePrivate::resetAccountData()
         session = nullptr;
         Q_EMIT q->sessionChanged();
     }
-    if (!resources.isEmpty()) {
-        for (Resource *resource : qAsConst(resources)) {
-            resource->deleteLater();
-        }
-        resources.clear();
-        resourceSignatures.clear();
+    if (resources.clear()) {
         Q_EMIT q->resourcesChanged();
     }
     if (online) {
@@ -216,13 +155,12 @@ void AccountInstancePrivate::signOut()
 {
     // Whatever the service thinks, the token is of no further use here: it is neither kept nor sent
     // again, and answers still under way for it are not applied.
-    ++generation;
+    schedule.forget();
     accessToken = AccessToken();
     authorization.reset();
     setStatus(AccountInstance::Disconnected);
     resetAccountData();
     store.wipe();
-    mergedResources.clear();
 }
 
 void AccountInstancePrivate::replaceIdentity(AccountIdentity *chain)
@@ -242,201 +180,6 @@ void AccountInstancePrivate::discardChain(AccountIdentity *chain)
     for (Identity *link : chainLinks(chain)) {
         link->deleteLater();
     }
-}
-
-void AccountInstancePrivate::tag(Request *request) const
-{
-    request->setProperty(GenerationProperty, generation);
-}
-
-bool AccountInstancePrivate::isCurrent(const Request *request) const
-{
-    return request->property(GenerationProperty).toInt() == generation;
-}
-
-qint64 AccountInstancePrivate::checkOnline(Request *request)
-{
-    const bool wasOnline = online;
-    if (request->isOk(200)) {
-        online = true;
-        QJsonParseError parseError;
-        const QJsonObject sessionInfo = request->responseObject(&parseError);
-        if (parseError.error != QJsonParseError::NoError) {
-            qCCritical(lcAccount, "Failed to parse session data %d %s", int(parseError.error),
-                       qUtf8Printable(parseError.errorString()));
-            return RetryDelay;
-        }
-        if (!session) {
-            session = new Session(sessionInfo, q);
-            Q_EMIT q->sessionChanged();
-        }
-        store.saveSession(sessionInfo);
-    } else {
-        online = false;
-        const int code = request->responseCode();
-        if (code == 401) {
-            qCInfo(lcAccount, "Current session expired or revoked - disconnecting");
-            signOut();
-        } else if (code >= 500) {
-            qCCritical(lcAccount, "Online check failed with server error status %d", code);
-        } else if (code >= 400) {
-            qCCritical(lcAccount, "Online check failed with client error status %d", code);
-        }
-    }
-    if (online != wasOnline) {
-        qCInfo(lcAccount, "Switching account online status to %s", online ? "true" : "false");
-        Q_EMIT q->onlineChanged();
-    }
-    if (!online) {
-        Q_EMIT q->onlineCheckFailed(request->responseCode());
-    }
-    return OnlineCheckDelay;
-}
-
-qint64 AccountInstancePrivate::updateConsumer(Request *request)
-{
-    if (!request->isOk(200)) {
-        qCCritical(lcAccount, "Consumer update failed with status %d error %s", request->responseCode(),
-                   networkErrorName(request->error()));
-        return RetryDelay;
-    }
-    QJsonParseError parseError;
-    const QJsonObject consumerInfo = request->responseObject(&parseError);
-    if (parseError.error != QJsonParseError::NoError) {
-        qCCritical(lcAccount, "Failed to parse account identity %d %s", int(parseError.error),
-                   qUtf8Printable(parseError.errorString()));
-        return RetryDelay;
-    }
-    // A record for the same consumer replaces the object; a record with another identifier updates
-    // the present object in place. Applications rely on exactly this behaviour.
-    const QString id = consumerInfo.value(QLatin1String("id")).toString();
-    if (!consumer || consumer->identifier() == id) {
-        if (consumer) {
-            consumer->deleteLater();
-        }
-        consumer = new Consumer(consumerInfo, q);
-        Q_EMIT q->consumerChanged();
-    } else {
-        consumer->update(consumerInfo);
-    }
-    store.saveConsumer(consumerInfo);
-    return ConsumerDelay;
-}
-
-qint64 AccountInstancePrivate::updateIdentity(Request *request)
-{
-    if (!request->isOk(200)) {
-        qCCritical(lcAccount, "Identity update failed with status %d error %s", request->responseCode(),
-                   networkErrorName(request->error()));
-        return RetryDelay;
-    }
-    QJsonParseError parseError;
-    const QJsonArray chain = request->responseArray(&parseError);
-    if (parseError.error != QJsonParseError::NoError) {
-        qCCritical(lcAccount, "Failed to parse account identity %d %s", int(parseError.error),
-                   qUtf8Printable(parseError.errorString()));
-        return RetryDelay;
-    }
-
-    if (identity) {
-        QStringList offered;
-        offered.reserve(chain.size());
-        for (const QJsonValue &link : chain) {
-            offered.append(link.toObject().value(QLatin1String("signature")).toString());
-        }
-        // The root heads every chain but is not part of what the service sends: it has no signature.
-        QStringList present;
-        for (const Identity *link : chainLinks(identity)) {
-            if (link->parent()) {
-                present.prepend(link->signature());
-            }
-        }
-        if (offered != present) {
-            discardChain(identity);
-            identity = nullptr;
-        }
-    }
-    if (!identity) {
-        store.saveIdentity(chain);
-        AccountIdentity *loaded = AccountIdentity::loadChain(chain, q);
-        if (loaded && loaded->verifyChain()) {
-            identity = loaded;
-        } else {
-            discardChain(loaded);
-        }
-        Q_EMIT q->identityChanged();
-    }
-    return IdentityDelay;
-}
-
-qint64 AccountInstancePrivate::updateResources(Request *request)
-{
-    if (!request->isOk(200)) {
-        qCCritical(lcAccount, "Resource update failed with status %d error %s", request->responseCode(),
-                   networkErrorName(request->error()));
-        return RetryDelay;
-    }
-    // The same answer as last time keeps every object as it is and is already in the profile: a
-    // list of a thousand resources is not parsed, compared and synced to disk again for nothing.
-    const QByteArray body = request->rawResponse();
-    if (body == mergedResources) {
-        return ResourcesDelay;
-    }
-    QJsonParseError parseError;
-    const QJsonArray records = request->responseArray(&parseError);
-    if (parseError.error != QJsonParseError::NoError) {
-        qCCritical(lcAccount, "Failed to parse resources %d %s", int(parseError.error),
-                   qUtf8Printable(parseError.errorString()));
-        return RetryDelay;
-    }
-    mergeResources(records);
-    // A write that failed leaves the answer unremembered, so that the next one writes it again.
-    mergedResources = store.saveResources(records) ? body : QByteArray();
-    return ResourcesDelay;
-}
-
-void AccountInstancePrivate::mergeResources(const QJsonArray &records)
-{
-    QHash<QString, Resource *> present;
-    present.reserve(resources.size());
-    for (int index = 0; index < resources.size(); ++index) {
-        present.insert(resourceSignatures.at(index), resources.at(index));
-    }
-
-    QList<Resource *> kept;
-    QStringList keptSignatures;
-    kept.reserve(records.size());
-    keptSignatures.reserve(records.size());
-    QSet<Resource *> reused;
-    for (const QJsonValue &value : records) {
-        const QJsonObject record = value.toObject();
-        const QString signature = record.value(QLatin1String("signature")).toString();
-        Resource *resource = present.value(signature);
-        if (resource) {
-            reused.insert(resource);
-        } else {
-            resource = Resource::create(record, identity, q);
-            if (!resource->isValid()) {
-                // Nothing has seen it yet, and an invalid credential must not stay registered.
-                delete resource;
-                continue;
-            }
-        }
-        kept.append(resource);
-        keptSignatures.append(signature);
-    }
-
-    if (kept == resources) {
-        return;
-    }
-    for (Resource *resource : qAsConst(resources)) {
-        if (!reused.contains(resource)) {
-            resource->deleteLater();
-        }
-    }
-    resources = kept;
-    resourceSignatures = keptSignatures;
-    Q_EMIT q->resourcesChanged();
 }
 
 AccountInstance::AccountInstance(Profile &profile, QObject *parent)
@@ -526,7 +269,7 @@ Session *AccountInstance::session() const
 
 const QList<Resource *> &AccountInstance::resources() const
 {
-    return d->resources;
+    return d->resources.resources();
 }
 
 void AccountInstance::login(AbstractAuthenticator *authenticator)
@@ -635,7 +378,7 @@ void AccountInstance::updateConsumer()
 {
     GetRequest *request = AccountRequests::get(QUrl(QStringLiteral("consumer")));
     request->setSuppressErrors(true);
-    d->tag(request);
+    d->schedule.tag(request);
     connect(request, &Request::finished, this, &AccountInstance::processConsumerUpdate);
 }
 
@@ -643,31 +386,21 @@ void AccountInstance::updateResources()
 {
     GetRequest *request = AccountRequests::get(QUrl(QStringLiteral("entitled")));
     request->setSuppressErrors(true);
-    d->tag(request);
+    d->schedule.tag(request);
     connect(request, &Request::finished, this, &AccountInstance::processResourcesUpdate);
 }
 
 void AccountInstance::handleResponse()
 {
-    auto *request = qobject_cast<Request *>(sender());
-    if (!request) {
-        return;
+    if (auto *request = qobject_cast<Request *>(sender())) {
+        d->schedule.finish(request);
     }
-    const int index = request->property(TaskIndexProperty).toInt();
-    if (index < 0 || index >= int(d->tasks.size())) {
-        return;
-    }
-    const qint64 delay = d->isCurrent(request) ? d->tasks[index].handler(request) : 0;
-    RefreshTask &task = d->tasks[index];
-    task.due = TimeScale::now() + TimeScale::delay(delay);
-    task.busy = false;
-    d->updateNextDue();
 }
 
 void AccountInstance::processConsumerUpdate()
 {
     auto *request = qobject_cast<Request *>(sender());
-    if (request && d->isCurrent(request)) {
+    if (request && d->schedule.isCurrent(request)) {
         d->updateConsumer(request);
     }
 }
@@ -675,7 +408,7 @@ void AccountInstance::processConsumerUpdate()
 void AccountInstance::processResourcesUpdate()
 {
     auto *request = qobject_cast<Request *>(sender());
-    if (request && d->isCurrent(request)) {
+    if (request && d->schedule.isCurrent(request)) {
         d->updateResources(request);
     }
 }
@@ -684,21 +417,14 @@ void AccountInstance::timerEvent(QTimerEvent *)
 {
     // Most ticks of a connected account find nothing due: they cost a clock read.
     const qint64 now = TimeScale::now();
-    if (now <= d->nextDue) {
+    if (!d->schedule.isDue(now)) {
         return;
     }
-    for (int index = 0; index < int(d->tasks.size()); ++index) {
-        RefreshTask &task = d->tasks[index];
-        if (task.busy || !(task.due < now) || !task.condition()) {
-            continue;
-        }
-        task.busy = true;
-        GetRequest *request = AccountRequests::get(task.path);
-        request->setProperty(TaskIndexProperty, index);
-        d->tag(request);
+    d->schedule.run(now, [this](const QUrl &path) {
+        GetRequest *request = AccountRequests::get(path);
         connect(request, &Request::finished, this, &AccountInstance::handleResponse);
-    }
-    d->updateNextDue();
+        return request;
+    });
 }
 
 } // namespace vn::account
