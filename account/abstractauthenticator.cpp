@@ -4,8 +4,12 @@
 namespace vn::account {
 
 AbstractAuthenticator::AbstractAuthenticator(QObject *parent)
+    : AbstractAuthenticator(*new AbstractAuthenticatorPrivate(this), parent)
+{}
+
+AbstractAuthenticator::AbstractAuthenticator(AbstractAuthenticatorPrivate &dd, QObject *parent)
     : QObject(parent)
-    , d_ptr(std::make_unique<AbstractAuthenticatorPrivate>(this))
+    , d_ptr(&dd)
 {
     // finished() reaches the account and QML through queued connections and QVariants; both need
     // the argument types by the names the signal is declared with. No authenticator can emit

@@ -71,6 +71,9 @@ Q_SIGNALS:
                   const vn::account::AccessToken &accessToken);
 
 protected:
+    /// For subclasses, whose private data derives from the base's.
+    AbstractAuthenticator(AbstractAuthenticatorPrivate &dd, QObject *parent);
+
     QNetworkAccessManager *network() const;
 
     /// The outcome of a login that the service answered with HTTP @p code other than 200: 401 and
@@ -78,10 +81,11 @@ protected:
     /// below 400 (0 included: no answer) leaves the service unavailable.
     static Status statusForResponseCode(int code);
 
+    std::unique_ptr<AbstractAuthenticatorPrivate> const d_ptr;
+
 private:
     Q_DISABLE_COPY(AbstractAuthenticator)
     Q_DECLARE_PRIVATE(AbstractAuthenticator)
-    std::unique_ptr<AbstractAuthenticatorPrivate> const d_ptr;
 };
 
 } // namespace vn::account

@@ -12,10 +12,11 @@ class AbstractAuthenticatorPrivate
 {
 public:
     explicit AbstractAuthenticatorPrivate(AbstractAuthenticator *owner)
-        : q(owner)
+        : q_ptr(owner)
     {}
+    virtual ~AbstractAuthenticatorPrivate() = default;
 
-    AbstractAuthenticator *const q;
+    AbstractAuthenticator *const q_ptr;
     bool persistent = false;
     QString hostInfo;
     QNetworkAccessManager *network = nullptr;

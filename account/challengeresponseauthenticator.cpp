@@ -26,6 +26,7 @@ vn::PostRequest *ChallengeResponseAuthenticatorPrivate::post(const QJsonObject &
     QNetworkRequest request(
         AccountConfiguration::serviceUrl().resolved(QUrl(QStringLiteral("api/v1/authenticate"))));
     request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+    Q_Q(ChallengeResponseAuthenticator);
     runningRequest = new vn::PostRequest(request, q->network(), body, q);
     // Failures reach the application through finished(); the account logs the status.
     runningRequest->setSuppressErrors(true);
@@ -33,19 +34,20 @@ vn::PostRequest *ChallengeResponseAuthenticatorPrivate::post(const QJsonObject &
 }
 
 ChallengeResponseAuthenticator::ChallengeResponseAuthenticator(QObject *parent)
-    : AbstractAuthenticator(parent)
-    , d(std::make_unique<ChallengeResponseAuthenticatorPrivate>(this))
+    : AbstractAuthenticator(*new ChallengeResponseAuthenticatorPrivate(this), parent)
 {}
 
 ChallengeResponseAuthenticator::~ChallengeResponseAuthenticator() = default;
 
 crypto::PrivateKey ChallengeResponseAuthenticator::privateKey() const
 {
+    Q_D(const ChallengeResponseAuthenticator);
     return d->privateKey;
 }
 
 void ChallengeResponseAuthenticator::setPrivateKey(const crypto::PrivateKey &key)
 {
+    Q_D(ChallengeResponseAuthenticator);
     // QByteArray compares lengths first, then the bytes.
     if (key.fingerPrint(QCryptographicHash::Sha1) == d->privateKey.fingerPrint(QCryptographicHash::Sha1)) {
         return;
@@ -85,6 +87,7 @@ bool ChallengeResponseAuthenticator::loadPrivateKey(const QUrl &file, const QStr
 
 void ChallengeResponseAuthenticator::start()
 {
+    Q_D(ChallengeResponseAuthenticator);
     if (d->runningRequest) {
         Q_EMIT finished(Busy, AccessToken());
         return;
@@ -105,6 +108,7 @@ void ChallengeResponseAuthenticator::start()
 
 void ChallengeResponseAuthenticator::receiveChallenge()
 {
+    Q_D(ChallengeResponseAuthenticator);
     const int code = d->runningRequest->responseCode();
     if (code != 200) {
         d->runningRequest = nullptr;
@@ -140,6 +144,7 @@ void ChallengeResponseAuthenticator::receiveChallenge()
 
 void ChallengeResponseAuthenticator::processResponse()
 {
+    Q_D(ChallengeResponseAuthenticator);
     const vn::PostRequest *request = d->runningRequest;
     d->runningRequest = nullptr;
     if (request->responseCode() == 200) {

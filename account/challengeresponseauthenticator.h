@@ -53,8 +53,8 @@ private Q_SLOTS:
 
 private:
     Q_DISABLE_COPY(ChallengeResponseAuthenticator)
+    Q_DECLARE_PRIVATE(ChallengeResponseAuthenticator)
     friend class ChallengeResponseAuthenticatorPrivate;
-    std::unique_ptr<ChallengeResponseAuthenticatorPrivate> const d;
 };
 
 } // namespace vn::account

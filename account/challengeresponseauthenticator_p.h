@@ -1,5 +1,7 @@
 #pragma once
 
+#include "abstractauthenticator_p.h"
+
 #include <Vantro/postrequest.h>
 #include <VantroCrypto/privatekey.h>
 #include <VantroCrypto/publickey.h>
@@ -11,17 +13,18 @@ namespace vn::account {
 
 class ChallengeResponseAuthenticator;
 
-class ChallengeResponseAuthenticatorPrivate
+class ChallengeResponseAuthenticatorPrivate : public AbstractAuthenticatorPrivate
 {
+    Q_DECLARE_PUBLIC(ChallengeResponseAuthenticator)
+
 public:
     explicit ChallengeResponseAuthenticatorPrivate(ChallengeResponseAuthenticator *owner)
-        : q(owner)
+        : AbstractAuthenticatorPrivate(owner)
     {}
 
     /// Sends one phase of the exchange to "api/v1/authenticate" and makes it the running request.
     vn::PostRequest *post(const QJsonObject &body);
 
-    ChallengeResponseAuthenticator *const q;
     crypto::PrivateKey privateKey;
     /// The public half of privateKey; its fingerprint names the key to the service.
     crypto::PublicKey publicKey;

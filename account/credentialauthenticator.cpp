@@ -13,19 +13,20 @@
 namespace vn::account {
 
 CredentialAuthenticator::CredentialAuthenticator(QObject *parent)
-    : AbstractAuthenticator(parent)
-    , d(std::make_unique<CredentialAuthenticatorPrivate>(this))
+    : AbstractAuthenticator(*new CredentialAuthenticatorPrivate(this), parent)
 {}
 
 CredentialAuthenticator::~CredentialAuthenticator() = default;
 
 QString CredentialAuthenticator::userName() const
 {
+    Q_D(const CredentialAuthenticator);
     return d->userName;
 }
 
 void CredentialAuthenticator::setUserName(const QString &userName)
 {
+    Q_D(CredentialAuthenticator);
     if (d->userName == userName) {
         return;
     }
@@ -35,11 +36,13 @@ void CredentialAuthenticator::setUserName(const QString &userName)
 
 QString CredentialAuthenticator::password() const
 {
+    Q_D(const CredentialAuthenticator);
     return d->password;
 }
 
 void CredentialAuthenticator::setPassword(const QString &password)
 {
+    Q_D(CredentialAuthenticator);
     if (d->password == password) {
         return;
     }
@@ -49,6 +52,7 @@ void CredentialAuthenticator::setPassword(const QString &password)
 
 void CredentialAuthenticator::start()
 {
+    Q_D(CredentialAuthenticator);
     if (d->request) {
         Q_EMIT finished(Busy, AccessToken());
         return;
@@ -85,6 +89,7 @@ void CredentialAuthenticator::start()
 
 void CredentialAuthenticator::processResponse()
 {
+    Q_D(CredentialAuthenticator);
     const int code = d->request->responseCode();
     // A slot connected to finished() may delete this authenticator.
     const QPointer<CredentialAuthenticator> alive(this);

@@ -40,7 +40,7 @@ private Q_SLOTS:
 
 private:
     Q_DISABLE_COPY(CredentialAuthenticator)
-    std::unique_ptr<CredentialAuthenticatorPrivate> const d;
+    Q_DECLARE_PRIVATE(CredentialAuthenticator)
 };
 
 } // namespace vn::account

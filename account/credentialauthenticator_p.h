@@ -1,5 +1,7 @@
 #pragma once
 
+#include "abstractauthenticator_p.h"
+
 #include <QString>
 
 namespace vn {
@@ -10,14 +12,15 @@ namespace vn::account {
 
 class CredentialAuthenticator;
 
-class CredentialAuthenticatorPrivate
+class CredentialAuthenticatorPrivate : public AbstractAuthenticatorPrivate
 {
+    Q_DECLARE_PUBLIC(CredentialAuthenticator)
+
 public:
     explicit CredentialAuthenticatorPrivate(CredentialAuthenticator *owner)
-        : q(owner)
+        : AbstractAuthenticatorPrivate(owner)
     {}
 
-    CredentialAuthenticator *const q;
     QString userName;
     QString password;
     /// The login in flight, null when idle. Finished requests stay children of the authenticator.
