@@ -24,7 +24,6 @@
 #include <QThread>
 #include <QTimerEvent>
 
-
 namespace vn::account {
 
 namespace {

@@ -6,9 +6,9 @@
 namespace vn::account {
 
 Database::Database(const QJsonObject &record, AccountIdentity *chain, QObject *parent)
-    : Resource(record, chain, parent)
-    , d(std::make_unique<DatabasePrivate>(this))
+    : Resource(*new DatabasePrivate(this), record, chain, parent)
 {
+    Q_D(Database);
     const QJsonObject payload = this->payload().toObject();
     d->server = QUrl(payload.value(QLatin1String("server")).toString());
     d->name = payload.value(QLatin1String("name")).toString();
@@ -19,16 +19,19 @@ Database::~Database() = default;
 
 QUrl Database::server() const
 {
+    Q_D(const Database);
     return d->server;
 }
 
 QString Database::name() const
 {
+    Q_D(const Database);
     return d->name;
 }
 
 QVariantMap Database::authoringOptions() const
 {
+    Q_D(const Database);
     return d->authoringOptions;
 }
 

@@ -33,7 +33,7 @@ public:
 
 private:
     Q_DISABLE_COPY(Database)
-    std::unique_ptr<DatabasePrivate> const d;
+    Q_DECLARE_PRIVATE(Database)
 };
 
 } // namespace vn::account

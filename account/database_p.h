@@ -1,5 +1,7 @@
 #pragma once
 
+#include "resource_p.h"
+
 #include <QString>
 #include <QUrl>
 #include <QVariantMap>
@@ -8,14 +10,15 @@ namespace vn::account {
 
 class Database;
 
-class DatabasePrivate
+class DatabasePrivate : public ResourcePrivate
 {
+    Q_DECLARE_PUBLIC(Database)
+
 public:
     explicit DatabasePrivate(Database *owner)
-        : q(owner)
+        : ResourcePrivate(owner)
     {}
 
-    Database *const q;
     QUrl server;
     QString name;
     QVariantMap authoringOptions;

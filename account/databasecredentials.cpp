@@ -21,9 +21,9 @@ QString stringMember(const QJsonObject &object, const char *key)
 } // namespace
 
 DatabaseCredentials::DatabaseCredentials(const QJsonObject &record, AccountIdentity *chain, QObject *parent)
-    : Resource(record, chain, parent)
-    , d(std::make_unique<DatabaseCredentialsPrivate>(this))
+    : Resource(*new DatabaseCredentialsPrivate(this), record, chain, parent)
 {
+    Q_D(DatabaseCredentials);
     const QJsonObject payload = this->payload().toObject();
     d->credentialType = stringMember(payload, "type");
     const QStringList realms{stringMember(payload, "realm")};
@@ -55,6 +55,7 @@ DatabaseCredentials::~DatabaseCredentials() = default;
 
 QString DatabaseCredentials::credentialType() const
 {
+    Q_D(const DatabaseCredentials);
     return d->credentialType;
 }
 

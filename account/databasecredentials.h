@@ -33,7 +33,7 @@ public:
 
 private:
     Q_DISABLE_COPY(DatabaseCredentials)
-    std::unique_ptr<DatabaseCredentialsPrivate> const d;
+    Q_DECLARE_PRIVATE(DatabaseCredentials)
 };
 
 } // namespace vn::account

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "resource_p.h"
+
 #include <VantroNetwork/authorizationregistry.h>
 
 #include <QString>
@@ -8,14 +10,15 @@ namespace vn::account {
 
 class DatabaseCredentials;
 
-class DatabaseCredentialsPrivate
+class DatabaseCredentialsPrivate : public ResourcePrivate
 {
+    Q_DECLARE_PUBLIC(DatabaseCredentials)
+
 public:
     explicit DatabaseCredentialsPrivate(DatabaseCredentials *owner)
-        : q(owner)
+        : ResourcePrivate(owner)
     {}
 
-    DatabaseCredentials *const q;
     QString credentialType;
     // Empty when nothing was registered; releasing it withdraws the authorization from the registry.
     network::AuthorizationHandle authorization;

@@ -35,9 +35,14 @@ void Resource::registerType(const QByteArray &type, const CreationFunction &fact
 }
 
 Resource::Resource(const QJsonObject &record, AccountIdentity *chain, QObject *parent)
+    : Resource(*new ResourcePrivate(this), record, chain, parent)
+{}
+
+Resource::Resource(ResourcePrivate &dd, const QJsonObject &record, AccountIdentity *chain, QObject *parent)
     : QObject(parent)
-    , d(std::make_unique<ResourcePrivate>(this))
+    , d_ptr(&dd)
 {
+    Q_D(Resource);
     d->record = record;
 
     // The priority counts the steps from the account's own identity up to the owner.
@@ -68,36 +73,43 @@ Resource::~Resource() = default;
 
 QString Resource::uuid() const
 {
+    Q_D(const Resource);
     return d->record.value(QLatin1String("id")).toString();
 }
 
 QString Resource::type() const
 {
+    Q_D(const Resource);
     return d->record.value(QLatin1String("type")).toString();
 }
 
 QString Resource::owner() const
 {
+    Q_D(const Resource);
     return d->record.value(QLatin1String("owner")).toString();
 }
 
 QByteArray Resource::signature() const
 {
+    Q_D(const Resource);
     return d->record.value(QLatin1String("signature")).toString().toUtf8();
 }
 
 QJsonValue Resource::payload() const
 {
+    Q_D(const Resource);
     return d->record.value(QLatin1String("payload"));
 }
 
 bool Resource::isValid() const
 {
+    Q_D(const Resource);
     return d->valid;
 }
 
 int Resource::priority() const
 {
+    Q_D(const Resource);
     return d->priority;
 }
 

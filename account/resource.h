@@ -79,6 +79,10 @@ protected:
     /// Keeps a copy of @p record, checks its signature against the key of its issuer in @p chain
     /// and ranks its owner there.
     Resource(const QJsonObject &record, AccountIdentity *chain, QObject *parent);
+    /// For subclasses, whose private data derives from the base's.
+    Resource(ResourcePrivate &dd, const QJsonObject &record, AccountIdentity *chain, QObject *parent);
+
+    std::unique_ptr<ResourcePrivate> const d_ptr;
 
 private:
     Q_DISABLE_COPY(Resource)
@@ -87,7 +91,7 @@ private:
     /// added to, on the account instance's thread.
     static QHash<QByteArray, CreationFunction> m_creationFunc;
 
-    std::unique_ptr<ResourcePrivate> const d;
+    Q_DECLARE_PRIVATE(Resource)
 };
 
 } // namespace vn::account

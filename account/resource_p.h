@@ -10,10 +10,11 @@ class ResourcePrivate
 {
 public:
     explicit ResourcePrivate(Resource *owner)
-        : q(owner)
+        : q_ptr(owner)
     {}
+    virtual ~ResourcePrivate() = default;
 
-    Resource *const q;
+    Resource *const q_ptr;
     bool valid = false;
     int priority = 0;
     QJsonObject record;

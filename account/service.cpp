@@ -50,6 +50,7 @@ bool ServicePrivate::holdsUsableToken() const
 
 void ServicePrivate::setStatus(Service::Status newStatus)
 {
+    Q_Q(Service);
     if (newStatus == status) {
         return;
     }
@@ -61,6 +62,7 @@ void ServicePrivate::setStatus(Service::Status newStatus)
 
 void ServicePrivate::requestToken()
 {
+    Q_Q(Service);
     qCDebug(lcAccountService) << "Requesting service token for" << q->uuid() << name << url;
     // Relative to the account service's API, authorised by the account's own token: it is the
     // account that asks for a token on behalf of the service, never the service's own origin.
@@ -93,9 +95,9 @@ void ServicePrivate::registerToken()
 }
 
 Service::Service(const QJsonObject &record, AccountIdentity *chain, QObject *parent)
-    : Resource(record, chain, parent)
-    , d(std::make_unique<ServicePrivate>(this))
+    : Resource(*new ServicePrivate(this), record, chain, parent)
 {
+    Q_D(Service);
     const QJsonObject payload = this->payload().toObject();
     d->url = QUrl(payload.value(QLatin1String("url")).toString(), QUrl::TolerantMode);
     d->name = payload.value(QLatin1String("service")).toString();
@@ -105,26 +107,31 @@ Service::~Service() = default;
 
 QUrl Service::url() const
 {
+    Q_D(const Service);
     return d->url;
 }
 
 QString Service::name() const
 {
+    Q_D(const Service);
     return d->name;
 }
 
 bool Service::isEnabled() const
 {
+    Q_D(const Service);
     return d->status != Disabled;
 }
 
 Service::Status Service::status() const
 {
+    Q_D(const Service);
     return d->status;
 }
 
 QNetworkRequest Service::createRequest(const QUrl &url) const
 {
+    Q_D(const Service);
     return QNetworkRequest(url.isRelative() ? d->url.resolved(url) : url);
 }
 
@@ -142,6 +149,7 @@ vn::GetRequest *Service::getRequest(const QNetworkRequest &request) const
 
 void Service::enable()
 {
+    Q_D(Service);
     if (d->status != Disabled) {
         return;
     }
@@ -155,6 +163,7 @@ void Service::enable()
 
 void Service::disable()
 {
+    Q_D(Service);
     if (d->status == Disabled) {
         return;
     }
@@ -171,6 +180,7 @@ void Service::disable()
 
 void Service::processResponse()
 {
+    Q_D(Service);
     vn::GetRequest *request = d->tokenRequest;
     if (!request || request != sender()) {
         return;
@@ -223,6 +233,7 @@ void Service::processResponse()
 
 void Service::timerEvent(QTimerEvent *)
 {
+    Q_D(Service);
     if (d->requestPending || !d->deadline.hasExpired()) {
         return;
     }

@@ -85,8 +85,8 @@ protected:
 
 private:
     Q_DISABLE_COPY(Service)
+    Q_DECLARE_PRIVATE(Service)
     friend class ServicePrivate;
-    std::unique_ptr<ServicePrivate> const d;
 };
 
 } // namespace vn::account

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "resource_p.h"
+
 #include "accesstoken.h"
 #include "jsonwebtoken_p.h"
 #include "service.h"
@@ -13,8 +15,10 @@
 
 namespace vn::account {
 
-class ServicePrivate
+class ServicePrivate : public ResourcePrivate
 {
+    Q_DECLARE_PUBLIC(Service)
+
 public:
     /// Milliseconds between two looks at the token while enabled.
     static constexpr int TickInterval = 5000;
@@ -26,7 +30,7 @@ public:
     static constexpr qint64 MaximumRetryDelay = 900000;
 
     explicit ServicePrivate(Service *owner)
-        : q(owner)
+        : ResourcePrivate(owner)
     {}
 
     void requestToken();
@@ -45,7 +49,6 @@ public:
     bool holdsUsableToken() const;
     void registerToken();
 
-    Service *const q;
     QUrl url;
     QString name;
     Service::Status status = Service::Disabled;
