@@ -6,6 +6,7 @@
 #include <Vantro/locations.h>
 #include <VantroAccount/account.h>
 #include <VantroAccount/profile.h>
+#include <VantroAccount/vantroaccount_version.h>
 #include <VantroCrypto/jsoncanonical.h>
 #include <VantroNetwork/authorizationregistry.h>
 #include <VantroNetwork/networkaccessmanager.h>
@@ -19,6 +20,8 @@
 #include <memory>
 
 #include <cstdio>
+
+static_assert(VANTROACCOUNT_VERSION >= VANTROACCOUNT_MAKE_VERSION(0, 1, 0), "the installed version header");
 
 int main(int argc, char **argv)
 {
