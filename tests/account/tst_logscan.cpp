@@ -1,0 +1,160 @@
+// Everything the libraries and the command-line client write during a whole session, with every
+// logging category at debug level and the client's --verbose, holds no secret: no password, no
+// access or service token, no credential, no private key text.
+
+#include "accountfixture.h"
+
+#include <Vantro/getrequest.h>
+#include <VantroAccount/challengeresponseauthenticator.h>
+#include <VantroAccount/loginlistmodel.h>
+#include <VantroAccount/service.h>
+
+#include <QFile>
+#include <QJsonArray>
+#include <QProcess>
+#include <QtTest>
+
+using vn::account::Account;
+using vn::account::Service;
+
+static QStringList s_lines;
+
+static void recordLine(QtMsgType, const QMessageLogContext &context, const QString &message)
+{
+    s_lines.append(QLatin1String(context.category) + QLatin1String(": ") + message);
+}
+
+// The secret members of resource payloads (passwords, tokens, secrets), at any depth; user names
+// and OAuth consumer keys name an account rather than prove it.
+static void collectCredentials(const QJsonValue &value, QStringList *out)
+{
+    if (value.isArray()) {
+        for (const QJsonValue &item : value.toArray()) {
+            collectCredentials(item, out);
+        }
+    } else if (value.isObject()) {
+        const QJsonObject object = value.toObject();
+        for (auto it = object.begin(); it != object.end(); ++it) {
+            const QString name = it.key().toLower();
+            if (it.value().isString() &&
+                (name.contains(QLatin1String("password")) || name.contains(QLatin1String("token")) ||
+                 name.contains(QLatin1String("secret")))) {
+                out->append(it.value().toString());
+            }
+            collectCredentials(it.value(), out);
+        }
+    }
+}
+
+// The lines of a PEM text between its armour: each is key material.
+static QStringList pemLines(const QByteArray &pem)
+{
+    QStringList lines;
+    for (const QByteArray &line : pem.split('\n')) {
+        if (line.size() > 20 && !line.startsWith("-----")) {
+            lines.append(QString::fromLatin1(line));
+        }
+    }
+    return lines;
+}
+
+class TestLogScan : public QObject
+{
+    Q_OBJECT
+    AccountFixture m_fixture;
+
+    // Waits until every service of the account holds a token, then fetches something through each.
+    void useServices(const Account &account)
+    {
+        QList<Service *> services;
+        for (vn::account::Resource *resource :
+             account.findResources(QStringLiteral("vantro.resource.Service"))) {
+            services.append(qobject_cast<Service *>(resource));
+            services.last()->enable();
+        }
+        QTRY_VERIFY(!services.isEmpty() &&
+                    std::all_of(services.cbegin(), services.cend(),
+                                [](const Service *service) { return service->status() == Service::Ready; }));
+        int answered = 0;
+        for (Service *service : services) {
+            vn::GetRequest *request = service->getRequest(QUrl(QStringLiteral("items?page=1")));
+            connect(request, &vn::Request::finished, this, [&answered] { ++answered; });
+        }
+        QTRY_COMPARE(answered, services.size());
+    }
+
+private Q_SLOTS:
+    void wholeSession()
+    {
+        QVERIFY(m_fixture.start(0.01));
+        m_fixture.service.setJournalLimit(100000);
+        QLoggingCategory::setFilterRules(QStringLiteral("vantro.*=true"));
+        const QtMessageHandler previous = qInstallMessageHandler(recordLine);
+        QStringList secrets{AccountFixture::AdaPassword};
+        {
+            Account account;
+            QVERIFY(AccountFixture::connect(account, true));
+            secrets.append(QString::fromLatin1(QByteArray(account.accessToken())));
+            secrets += pemLines(account.clientKey().toPEM());
+            vn::account::LoginListModel logins;
+            QTRY_VERIFY(logins.rowCount(QModelIndex()) > 0);
+            useServices(account);
+            account.logout();
+            QTRY_COMPARE(account.status(), Account::Disconnected);
+
+            vn::account::ChallengeResponseAuthenticator device;
+            QVERIFY(device.loadPrivateKey(QUrl::fromLocalFile(QStringLiteral(DEMO_DEVICE_KEY))));
+            secrets += pemLines(device.privateKey().toPEM());
+            account.login(&device);
+            QTRY_VERIFY(account.status() == Account::Connected && !account.resourceList().isEmpty());
+            secrets.append(QString::fromLatin1(QByteArray(account.accessToken())));
+            useServices(account);
+            account.logout();
+            QTRY_COMPARE(account.status(), Account::Disconnected);
+        }
+        qInstallMessageHandler(previous);
+
+        // The client, signing in, using a service and signing out with its library's lines shown.
+        const QTemporaryDir profiles;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("VANTRO_PROFILE_LOCATION"), profiles.path());
+        const QList<QStringList> commands{{"login", AccountFixture::Ada, "--password-stdin"},
+                                          {"services", "get", "demo-files", "items"},
+                                          {"logout"}};
+        for (const QStringList &command : commands) {
+            QProcess client;
+            client.setProcessEnvironment(environment);
+            client.start(QStringLiteral(VANTRO_ACCOUNT_PROGRAM), command + QStringList{"--verbose"});
+            client.write(AccountFixture::AdaPassword.toUtf8() + '\n');
+            client.closeWriteChannel();
+            QVERIFY(client.waitForFinished(60000));
+            QCOMPARE(client.exitCode(), 0);
+            s_lines += QString::fromUtf8(client.readAllStandardOutput() + client.readAllStandardError())
+                           .split(QLatin1Char('\n'));
+        }
+
+        // What the service saw: every token it received, the played services' among them.
+        for (const auto &request : m_fixture.service.journal()) {
+            const QByteArray bearer = request.headers.value("authorization");
+            if (bearer.startsWith("Bearer ")) {
+                secrets.append(QString::fromLatin1(bearer.mid(7)));
+            }
+        }
+        for (const auto &resource : m_fixture.service.scenario().resources()) {
+            collectCredentials(resource.record.value(QLatin1String("payload")), &secrets);
+        }
+        secrets.removeDuplicates();
+        QVERIFY2(secrets.size() > 30, qPrintable(QString::number(secrets.size())));
+        QVERIFY2(s_lines.size() > 100, qPrintable(QString::number(s_lines.size())));
+        for (const QString &line : qAsConst(s_lines)) {
+            for (const QString &secret : qAsConst(secrets)) {
+                // The line's category, never the secret, goes into the failure.
+                QVERIFY2(!line.contains(secret),
+                         qPrintable(QStringLiteral("a secret in: ") + line.section(':', 0, 0)));
+            }
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TestLogScan)
+#include "tst_logscan.moc"
