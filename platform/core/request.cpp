@@ -1,3 +1,9 @@
+// One HTTP exchange from start to finished(): the queued start, the time-out, the capped body, the
+// redirects followed hop by hop (each a new request through the manager, so that credentials are
+// decided per origin, and never from https to http or with a body to another origin), and the one
+// warning of a failure. About 400 lines, kept together: every step hands the reply to the next, and
+// splitting them would spread one state machine over several files.
+
 #include "request.h"
 #include "request_p.h"
 
