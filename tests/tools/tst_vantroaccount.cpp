@@ -209,8 +209,7 @@ void TestVantroAccount::commands_data()
 
     row("status, service down", true, "down", "status", 1, "Status: +Connected, offline\n", unreachable,
         true);
-    // The library's own check and the program's follow-up question each meet the fault.
-    row("status, service fails", true, "logins/current 500 2", "status", 1, "Status: +Connected, offline\n",
+    row("status, service fails", true, "logins/current 500", "status", 1, "Status: +Connected, offline\n",
         "at http://\\S+ failed with HTTP 500 on the login check; try again later", true);
     row("status, login revoked", true, "revoke", "status", 3, "Status: +Disconnected\n", ended, false);
     row("resources, service answers 401", true, "logins/current 401", "resources", 3, "^$", ended, false);
@@ -250,7 +249,7 @@ void TestVantroAccount::commands_data()
     row("unknown command", false, "up", "whoami", 2, "^$",
         "^Unknown command \"whoami\". See 'vantro-account --help'.\n$", false);
     row("login without user", false, "up", "login", 2, "^$", "^login takes one user name", false);
-    row("option of another command", false, "up", "status --no-persist", 2, "^$", "go with login only",
+    row("option of another command", false, "up", "status --no-persist", 2, "^$", "goes with login only",
         false);
     row("login id with a path", true, "up", "logins end ../consumer", 2, "^$", "is not a login id", true);
 }
