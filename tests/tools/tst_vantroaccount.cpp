@@ -77,15 +77,16 @@ class TestVantroAccount : public QObject
         process.write(input);
         process.closeWriteChannel();
         Result result;
-        if (process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit)
+        if (process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit) {
             result.exitCode = process.exitCode();
+        }
         result.out = QString::fromUtf8(process.readAllStandardOutput());
         result.err = QString::fromUtf8(process.readAllStandardError());
         m_printed += result.out + result.err;
         return result;
     }
 
-private slots:
+private Q_SLOTS:
     void initTestCase();
     void init();
     void cleanup();
@@ -128,8 +129,9 @@ void TestVantroAccount::init()
     m_token.clear();
     m_printed.clear();
     QVERIFY(QDir().mkpath(m_profile));
-    for (const QString &entry : ClientEntries)
+    for (const QString &entry : ClientEntries) {
         QVERIFY(QFile::copy(m_folder.filePath("template/default/" + entry), m_profile + '/' + entry));
+    }
 }
 
 void TestVantroAccount::cleanup()
@@ -140,8 +142,9 @@ void TestVantroAccount::cleanup()
     QStringList secrets = ResourceSecrets + QStringList{AdaPassword, BobPassword, WrongPassword};
     secrets.append(QString::fromLatin1(readFile(m_profile + "/clientKey").split('\n').value(3)));
     for (const QByteArray &token : {m_token, readFile(m_profile + "/accessToken")}) {
-        if (!token.isEmpty())
+        if (!token.isEmpty()) {
             secrets.append(QString::fromLatin1(token));
+        }
     }
     // Nor a service token, or any other compact token: their header always encodes as "eyJ".
     secrets.append(QStringLiteral("eyJhbGciOiJ"));
@@ -267,9 +270,10 @@ void TestVantroAccount::commands()
                 file.write(m_token) == m_token.size());
     }
     const QStringList fault = service.split(' ');
-    if (fault.size() > 1)
+    if (fault.size() > 1) {
         m_service.addFault(
             {"api/v1/" + fault.at(0), QByteArray(), fault.value(2, "1").toInt(), fault.at(1).toInt()});
+    }
     if (service == "revoke") {
         client.setToken(m_token);
         QCOMPARE(client.send("DELETE", "logins/current").status, 200);
@@ -286,8 +290,9 @@ void TestVantroAccount::commands()
              qPrintable(result.err));
     const QStringList entries = profileEntries();
     QCOMPARE(entries.contains("accessToken"), signedInAfter);
-    if (!signedInAfter)
+    if (!signedInAfter) {
         QCOMPARE(entries, ClientEntries);
+    }
 }
 
 void TestVantroAccount::persistedLogin()
@@ -337,8 +342,9 @@ void TestVantroAccount::persistedLogin()
     QString other;
     for (const QJsonValue &entry : logins.json().array()) {
         QCOMPARE(entry["current"].toBool(), entry["id"].toString() == own);
-        if (!entry["current"].toBool())
+        if (!entry["current"].toBool()) {
             other = entry["id"].toString();
+        }
     }
     QVERIFY(!other.isEmpty() && logins.out.contains(own));
     const QStringList end = QStringList{"logins", "end"} + profile;
@@ -374,8 +380,9 @@ void TestVantroAccount::passwordPrompt()
         pollfd readable = {terminal, POLLIN, 0};
         ssize_t count = 0;
         while (!seen.contains(text) && ::poll(&readable, 1, 20000) > 0 &&
-               (count = ::read(terminal, buffer, sizeof buffer)) > 0)
+               (count = ::read(terminal, buffer, sizeof buffer)) > 0) {
             seen.append(buffer, int(count));
+        }
         return seen.contains(text);
     };
     QVERIFY(readUntil("Password for ada@example.com: "));
