@@ -25,12 +25,6 @@ namespace {
 // A PEM private key is a few kilobytes; a larger file is not one, and is not read whole.
 constexpr qint64 MaximumKeyFileBytes = 64 * 1024;
 
-QString serviceName(Account &account)
-{
-    // User information in the address would be a credential; messages name the service without it.
-    return account.serviceUrl().toString(QUrl::RemoveUserInfo);
-}
-
 /// Login ids go into a URL path: only plain characters, so that an id never reaches another path.
 bool isPlainLoginId(const QString &loginId)
 {
@@ -58,7 +52,7 @@ int AccountCommands::login(const QStringList &arguments)
     const QString user = pieces.value(0).trimmed();
     const QString target = pieces.value(1).trimmed();
     if (user.isEmpty()) {
-        return usageError(
+        return Failures::usageError(
             QStringLiteral("The user name is empty; give it as in 'vantro-account login USER'."));
     }
 
@@ -72,7 +66,7 @@ int AccountCommands::login(const QStringList &arguments)
     if (!Terminal::readSecret(secretSource(m_settings), QStringLiteral("Password for %1: ").arg(user),
                               QStringLiteral("password"), QStringLiteral("--password-stdin"), &password,
                               &errorString)) {
-        return usageError(errorString);
+        return Failures::usageError(errorString);
     }
 
     vn::account::CredentialAuthenticator authenticator;
@@ -94,8 +88,8 @@ int AccountCommands::loginWithKey(const QStringList &)
     const QString &keyFile = m_settings.keyFile;
     QFile file(keyFile);
     if (!file.open(QIODevice::ReadOnly)) {
-        return fail(Failure,
-                    QStringLiteral("Cannot read the key file %1: %2.").arg(keyFile, file.errorString()));
+        return Failures::fail(
+            Failure, QStringLiteral("Cannot read the key file %1: %2.").arg(keyFile, file.errorString()));
     }
     const QByteArray pem = file.read(MaximumKeyFileBytes);
     file.close();
@@ -113,18 +107,19 @@ int AccountCommands::loginWithKey(const QStringList &)
                                   QStringLiteral("Passphrase for %1: ").arg(keyFile),
                                   QStringLiteral("passphrase"), QStringLiteral("--passphrase-stdin"),
                                   &passphrase, &errorString)) {
-            return usageError(errorString);
+            return Failures::usageError(errorString);
         }
         key = vn::crypto::PrivateKey(pem, passphrase);
         if (!key.isValid()) {
-            return fail(Failure, QStringLiteral("The key in %1 does not open with this passphrase; check it "
-                                                "and try again.")
-                                     .arg(keyFile));
+            return Failures::fail(Failure,
+                                  QStringLiteral("The key in %1 does not open with this passphrase; check it "
+                                                 "and try again.")
+                                      .arg(keyFile));
         }
     }
     if (!key.isValid()) {
-        return fail(Failure,
-                    QStringLiteral("%1 holds no private key in PEM form (PKCS#8 or RSA).").arg(keyFile));
+        return Failures::fail(
+            Failure, QStringLiteral("%1 holds no private key in PEM form (PKCS#8 or RSA).").arg(keyFile));
     }
 
     vn::account::ChallengeResponseAuthenticator authenticator;
@@ -140,14 +135,15 @@ int AccountCommands::loginWithKey(const QStringList &)
 int AccountCommands::alreadySignedIn(Account &account)
 {
     const vn::account::Consumer *consumer = account.consumer();
-    return fail(Failure, QStringLiteral("Already signed in%1; sign out first with 'vantro-account logout'.")
-                             .arg(consumer ? QStringLiteral(" as ") + consumer->email() : QString()));
+    return Failures::fail(Failure,
+                          QStringLiteral("Already signed in%1; sign out first with 'vantro-account logout'.")
+                              .arg(consumer ? QStringLiteral(" as ") + consumer->email() : QString()));
 }
 
 int AccountCommands::signIn(Account &account, vn::account::AbstractAuthenticator &authenticator,
                             const QString &activity, const QString &signedInAs, const QString &refusal)
 {
-    const QString service = serviceName(account);
+    const QString service = Failures::serviceName(account);
     authenticator.setPersistent(m_settings.persistent);
     Account::Error error = Account::NoError;
     QObject context;
@@ -158,42 +154,17 @@ int AccountCommands::signIn(Account &account, vn::account::AbstractAuthenticator
                         [&account] { return account.status() != Account::Connecting; });
 
     if (account.status() != Account::Connected) {
-        switch (error) {
-        case Account::AuthenticationFailed:
-            return fail(Failure, refusal);
-        case Account::ServiceUnavailable:
-            return requestFailed(account, 0, QStringLiteral("sign-in"));
-        case Account::ServiceFailure:
-            return fail(Failure, QStringLiteral("The account service at %1 failed with a server error while "
-                                                "signing in; try again later, or ask its operator if it "
-                                                "persists.")
-                                     .arg(service));
-        case Account::InvalidLoginData:
-            return usageError(
-                QStringLiteral("The user name is empty; give it as in 'vantro-account login USER'."));
-        case Account::AlreadyLoggedIn:
-        case Account::AlreadyBusy:
-            return fail(Failure,
-                        QStringLiteral("Another sign-in or sign-out of this profile is under way; wait "
-                                       "for it to end and try again."));
-        default:
-            return fail(Failure,
-                        QStringLiteral("The sign-in to %1 did not complete; try again.").arg(service));
-        }
+        return Failures::signInFailed(account, error, refusal);
     }
 
     // The time it took to type the password is not the service's: its wait starts now.
     m_deadline = QDeadlineTimer(m_settings.waitMilliseconds);
     waitForAccountData(account);
-    if (m_settings.json) {
-        printJson(AccountReport::status(account));
-    } else {
-        const vn::account::Consumer *consumer = account.consumer();
-        Terminal::printOut(
-            QStringLiteral("Signed in to %1 as %2.\n")
-                .arg(service, consumer ? QStringLiteral("%1 <%2>").arg(consumer->name(), consumer->email())
-                                       : signedInAs));
-    }
+    const vn::account::Consumer *consumer = account.consumer();
+    print(AccountReport::status(account),
+          QStringLiteral("Signed in to %1 as %2.\n")
+              .arg(service, consumer ? QStringLiteral("%1 <%2>").arg(consumer->name(), consumer->email())
+                                     : signedInAs));
     if (m_settings.persistent) {
         return Success;
     }
@@ -212,7 +183,7 @@ int AccountCommands::signOut(Account &account, const QString &activity, const QS
     account.logout();
     Progress::waitUntil(activity, [&account] { return account.status() == Account::Disconnected; });
     if (error != Account::NoError) {
-        return logoutFailed(account, error);
+        return Failures::logoutFailed(account, error);
     }
     Terminal::printOut(done);
     return Success;
@@ -222,9 +193,10 @@ int AccountCommands::logout(const QStringList &)
 {
     Account account(nullptr);
     if (account.status() != Account::Connected) {
-        return fail(NotSignedIn, QStringLiteral("Not signed in, so there is nothing to sign out from."));
+        return Failures::fail(NotSignedIn,
+                              QStringLiteral("Not signed in, so there is nothing to sign out from."));
     }
-    return signOut(account, QStringLiteral("Signing out of %1").arg(serviceName(account)),
+    return signOut(account, QStringLiteral("Signing out of %1").arg(Failures::serviceName(account)),
                    QStringLiteral("Signed out.\n"));
 }
 
@@ -238,11 +210,7 @@ int AccountCommands::status(const QStringList &)
     }
     // The report is the answer even when the check failed: offline or signed out is a status too.
     const QJsonObject report = AccountReport::status(account);
-    if (m_settings.json) {
-        printJson(report);
-    } else {
-        Terminal::printOut(AccountReport::statusText(report));
-    }
+    print(report, AccountReport::statusText(report));
     return checkFailed(account, check, responseCode);
 }
 
@@ -256,11 +224,7 @@ int AccountCommands::resources(const QStringList &)
     }
     waitForAccountData(account);
     const QJsonArray list = AccountReport::resources(account);
-    if (m_settings.json) {
-        printJson(list);
-    } else {
-        Terminal::printOut(AccountReport::resourcesText(list));
-    }
+    print(list, AccountReport::resourcesText(list));
     return Success;
 }
 
@@ -274,11 +238,7 @@ int AccountCommands::services(const QStringList &)
     }
     waitForAccountData(account);
     const QJsonArray list = AccountReport::services(account);
-    if (m_settings.json) {
-        printJson(list);
-    } else {
-        Terminal::printOut(AccountReport::servicesText(list));
-    }
+    print(list, AccountReport::servicesText(list));
     return Success;
 }
 
@@ -301,38 +261,41 @@ int AccountCommands::getFromService(const QStringList &arguments)
         }
     }
     if (!service) {
-        return fail(Failure, QStringLiteral("The account has no service \"%1\"; list its services with "
-                                            "'vantro-account services'.")
-                                 .arg(name));
+        return Failures::fail(Failure,
+                              QStringLiteral("The account has no service \"%1\"; list its services with "
+                                             "'vantro-account services'.")
+                                  .arg(name));
     }
 
     service->enable();
     // The library retries a refused token on its own schedule; here the wait is bounded.
     m_deadline = QDeadlineTimer(m_settings.waitMilliseconds);
     if (!Progress::waitUntil(
-            QStringLiteral("Fetching a token for %1 from %2").arg(name, serviceName(account)),
+            QStringLiteral("Fetching a token for %1 from %2").arg(name, Failures::serviceName(account)),
             [service] { return service->status() == vn::account::Service::Ready; }, m_deadline)) {
-        return fail(Failure, QStringLiteral("The account service at %1 issued no token for %2 within %3 s; "
-                                            "'--verbose' shows its answer, '--wait' allows longer.")
-                                 .arg(serviceName(account), name)
-                                 .arg(m_settings.waitMilliseconds / 1000.0));
+        return Failures::fail(Failure,
+                              QStringLiteral("The account service at %1 issued no token for %2 within %3 s; "
+                                             "'--verbose' shows its answer, '--wait' allows longer.")
+                                  .arg(Failures::serviceName(account), name)
+                                  .arg(m_settings.waitMilliseconds / 1000.0));
     }
 
     vn::GetRequest *request = service->getRequest(QUrl(arguments.at(1), QUrl::TolerantMode));
     const QString target = request->url().adjusted(QUrl::RemoveUserInfo | QUrl::RemoveQuery).toString();
     const Reply reply = runRequest(request, QStringLiteral("Fetching %1").arg(target));
     if (reply.responseCode == 0) {
-        return fail(Failure, QStringLiteral("The service %1 at %2 could not be reached; check that it is "
-                                            "running.")
-                                 .arg(name, target));
+        return Failures::fail(Failure,
+                              QStringLiteral("The service %1 at %2 could not be reached; check that it is "
+                                             "running.")
+                                  .arg(name, target));
     }
     Terminal::printOut(QString::fromUtf8(reply.body) +
                        (reply.body.endsWith('\n') || reply.body.isEmpty() ? "" : "\n"));
     if (reply.responseCode < 200 || reply.responseCode > 299) {
-        return fail(Failure, QStringLiteral("The service %1 answered HTTP %2 for %3.")
-                                 .arg(name)
-                                 .arg(reply.responseCode)
-                                 .arg(target));
+        return Failures::fail(Failure, QStringLiteral("The service %1 answered HTTP %2 for %3.")
+                                           .arg(name)
+                                           .arg(reply.responseCode)
+                                           .arg(target));
     }
     return Success;
 }
@@ -346,19 +309,16 @@ int AccountCommands::logins(const QStringList &)
         return checkFailed(account, check, responseCode);
     }
 
-    const Reply reply = runRequest(account.getRequest(QUrl(QStringLiteral("logins?format=all_fields"))),
-                                   QStringLiteral("Listing the logins at %1").arg(serviceName(account)));
+    const Reply reply =
+        runRequest(account.getRequest(QUrl(QStringLiteral("logins?format=all_fields"))),
+                   QStringLiteral("Listing the logins at %1").arg(Failures::serviceName(account)));
     if (reply.responseCode != 200) {
-        return requestFailed(account, reply.responseCode, QStringLiteral("login list"));
+        return Failures::requestFailed(account, reply.responseCode, QStringLiteral("login list"));
     }
     const vn::account::Session *session = account.session();
     const QJsonArray list = AccountReport::logins(QJsonDocument::fromJson(reply.body).array(),
                                                   session ? session->identifier() : QString());
-    if (m_settings.json) {
-        printJson(list);
-    } else {
-        Terminal::printOut(AccountReport::loginsText(list));
-    }
+    print(list, AccountReport::loginsText(list));
     return Success;
 }
 
@@ -366,7 +326,7 @@ int AccountCommands::endLogin(const QStringList &arguments)
 {
     const QString &loginId = arguments.at(0);
     if (!isPlainLoginId(loginId)) {
-        return usageError(
+        return Failures::usageError(
             QStringLiteral("\"%1\" is not a login id; list them with 'vantro-account logins'.").arg(loginId));
     }
     Account account(nullptr);
@@ -377,23 +337,24 @@ int AccountCommands::endLogin(const QStringList &arguments)
     }
     const vn::account::Session *session = account.session();
     if (session && session->identifier() == loginId) {
-        return fail(Failure,
-                    QStringLiteral("Login %1 is this client's own; end it with 'vantro-account logout'.")
-                        .arg(loginId));
+        return Failures::fail(
+            Failure, QStringLiteral("Login %1 is this client's own; end it with 'vantro-account logout'.")
+                         .arg(loginId));
     }
 
     const Reply reply =
         runRequest(account.deleteRequest(QUrl(QStringLiteral("logins/") + loginId, QUrl::TolerantMode)),
                    QStringLiteral("Ending login %1").arg(loginId));
     if (reply.responseCode == 404) {
-        return fail(Failure,
-                    QStringLiteral("The account has no login %1 at the service; list its logins with "
-                                   "'vantro-account logins'.")
-                        .arg(loginId));
+        return Failures::fail(
+            Failure, QStringLiteral("The account has no login %1 at the service; list its logins with "
+                                    "'vantro-account logins'.")
+                         .arg(loginId));
     }
     // Only 200 means the service ended it.
     if (reply.responseCode != 200) {
-        return requestFailed(account, reply.responseCode, QStringLiteral("end of login %1").arg(loginId));
+        return Failures::requestFailed(account, reply.responseCode,
+                                       QStringLiteral("end of login %1").arg(loginId));
     }
     Terminal::printOut(QStringLiteral("Ended login %1.\n").arg(loginId));
     return Success;
@@ -411,7 +372,7 @@ AccountCommands::Check AccountCommands::checkLogin(Account &account, int *respon
     QObject::connect(&account, &Account::onlineCheckFailed, &context,
                      [&failedCheck](int reported) { failedCheck = reported; });
     Progress::waitUntil(
-        QStringLiteral("Checking the login with %1").arg(serviceName(account)),
+        QStringLiteral("Checking the login with %1").arg(Failures::serviceName(account)),
         [&] { return account.isOnline() || account.status() != Account::Connected || failedCheck >= 0; },
         m_deadline);
 
@@ -430,8 +391,9 @@ void AccountCommands::waitForAccountData(Account &account)
     const auto complete = [&account] {
         return account.consumer() && account.identity() && !account.resourceList().isEmpty();
     };
-    if (Progress::waitUntil(QStringLiteral("Fetching the account's data from %1").arg(serviceName(account)),
-                            complete, m_deadline)) {
+    if (Progress::waitUntil(
+            QStringLiteral("Fetching the account's data from %1").arg(Failures::serviceName(account)),
+            complete, m_deadline)) {
         return;
     }
     QStringList missing;
@@ -473,75 +435,30 @@ int AccountCommands::checkFailed(Account &account, Check check, int responseCode
     case Check::Online:
         return Success;
     case Check::NotSignedIn:
-        return fail(NotSignedIn, QStringLiteral("Not signed in; sign in with 'vantro-account login USER'."));
+        return Failures::fail(NotSignedIn,
+                              QStringLiteral("Not signed in; sign in with 'vantro-account login USER'."));
     case Check::Revoked:
-        return requestFailed(account, 401, QStringLiteral("login check"));
+        return Failures::requestFailed(account, 401, QStringLiteral("login check"));
     case Check::Failed:
-        return requestFailed(account, responseCode, QStringLiteral("login check"));
+        return Failures::requestFailed(account, responseCode, QStringLiteral("login check"));
     case Check::TimedOut:
         break;
     }
-    return fail(Failure,
-                QStringLiteral("The account service at %1 did not confirm the login within %2 s; try "
-                               "again, or allow longer with --wait.")
-                    .arg(serviceName(account))
-                    .arg(m_settings.waitMilliseconds / 1000.0));
+    return Failures::fail(
+        Failure, QStringLiteral("The account service at %1 did not confirm the login within %2 s; try "
+                                "again, or allow longer with --wait.")
+                     .arg(Failures::serviceName(account))
+                     .arg(m_settings.waitMilliseconds / 1000.0));
 }
 
-int AccountCommands::requestFailed(Account &account, int responseCode, const QString &what)
+void AccountCommands::print(const QJsonValue &report, const QString &text)
 {
-    const QString service = serviceName(account);
-    if (responseCode <= 0) {
-        return fail(Failure,
-                    QStringLiteral("The account service at %1 could not be reached; check that it is "
-                                   "running and that VANTRO_ACCOUNT_CONFIG names it.")
-                        .arg(service));
+    if (!m_settings.json) {
+        Terminal::printOut(text);
+        return;
     }
-    if (responseCode == 401) {
-        return fail(NotSignedIn,
-                    QStringLiteral("The service has ended this login (signed out elsewhere, expired "
-                                   "or revoked); sign in again with 'vantro-account login USER'."));
-    }
-    if (responseCode >= 500) {
-        return fail(Failure,
-                    QStringLiteral("The account service at %1 failed with HTTP %2 on the %3; try again "
-                                   "later, or ask its operator if it persists.")
-                        .arg(service)
-                        .arg(responseCode)
-                        .arg(what));
-    }
-    return fail(Failure, QStringLiteral("The account service at %1 answered the %2 with HTTP %3; check that "
-                                        "VANTRO_ACCOUNT_CONFIG names the right service.")
-                             .arg(service, what)
-                             .arg(responseCode));
-}
-
-int AccountCommands::logoutFailed(Account &account, Account::Error error)
-{
-    return fail(Failure,
-                QStringLiteral("Signed out here, but the account service at %1 %2, so the login stays "
-                               "valid there until it expires; end it from another sign-in with "
-                               "'vantro-account logins end ID'.")
-                    .arg(serviceName(account), error == Account::ServiceUnavailable
-                                                   ? QStringLiteral("could not be reached")
-                                                   : QStringLiteral("failed to end it")));
-}
-
-int AccountCommands::fail(int exitCode, const QString &message)
-{
-    Terminal::printError(message + QLatin1Char('\n'));
-    return exitCode;
-}
-
-int AccountCommands::usageError(const QString &message)
-{
-    return fail(UsageError, message + QStringLiteral(" See 'vantro-account --help'."));
-}
-
-void AccountCommands::printJson(const QJsonValue &value)
-{
     const QJsonDocument document =
-        value.isArray() ? QJsonDocument(value.toArray()) : QJsonDocument(value.toObject());
+        report.isArray() ? QJsonDocument(report.toArray()) : QJsonDocument(report.toObject());
     Terminal::printOut(QString::fromUtf8(document.toJson(QJsonDocument::Indented)));
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "failures.h"
+
 #include <VantroAccount/abstractauthenticator.h>
 #include <VantroAccount/account.h>
 
@@ -14,13 +16,6 @@ class Request;
 }
 
 namespace vn::tools {
-
-enum ExitCode {
-    Success = 0,
-    Failure = 1, ///< refused sign-in, unreachable or failing service, ...
-    UsageError = 2,
-    NotSignedIn = 3, ///< no login in the profile, or the service has ended it
-};
 
 /// What the command line decided beyond the command and its arguments.
 struct CommandSettings
@@ -58,10 +53,6 @@ public:
     int logins(const QStringList &arguments);
     int endLogin(const QStringList &arguments);
 
-    /// Writes @p message as the one line of standard error and returns @p exitCode.
-    static int fail(int exitCode, const QString &message);
-    static int usageError(const QString &message);
-
 private:
     /// How a saved login fared when the library checked it with the service.
     enum class Check { Online, NotSignedIn, Revoked, Failed, TimedOut };
@@ -93,11 +84,8 @@ private:
 
     /// The message and exit code of a check that did not end online.
     int checkFailed(vn::account::Account &account, Check check, int responseCode);
-    /// The message and exit code for an answer of the service other than success.
-    int requestFailed(vn::account::Account &account, int responseCode, const QString &what);
-    /// The library has signed out locally; the service did not end the login with it.
-    int logoutFailed(vn::account::Account &account, vn::account::Account::Error error);
-    void printJson(const QJsonValue &value);
+    /// Prints @p report as JSON with --json, else @p text.
+    void print(const QJsonValue &report, const QString &text);
 
     const CommandSettings m_settings;
     QDeadlineTimer m_deadline;

@@ -358,7 +358,7 @@ int AccountTool::run(const QStringList &arguments)
     parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("One of the commands below."),
                                  QStringLiteral("COMMAND [ARGUMENTS]"));
     if (!parser.parse(arguments)) {
-        return AccountCommands::usageError(parser.errorText());
+        return Failures::usageError(parser.errorText());
     }
     if (parser.isSet(QStringLiteral("help"))) {
         Terminal::printOut(helpText(parser));
@@ -377,7 +377,7 @@ int AccountTool::run(const QStringList &arguments)
         problem = readSettings(parser, &settings);
     }
     if (!problem.isEmpty()) {
-        return AccountCommands::usageError(problem);
+        return Failures::usageError(problem);
     }
 
     // Everything that decides which profile the library opens comes before the first Account.
