@@ -41,11 +41,10 @@ const QStringList ClientEntries = {"clientId", "clientKey"};
 
 struct Row
 {
-    bool signedIn; // as Ada, before the command
-    // "up"; "down"; "revoke" (the login, before the command); "other" (a second login of Ada, whose
-    // id is @other in the arguments); or "PATH STATUS [COUNT]": the next COUNT requests to
-    // api/v1/PATH are answered with STATUS.
-    QString service;
+    // Before the command: "ada" when signed in as Ada, then what the service does: nothing (it is
+    // up), "down", "revoke" (Ada's login), "other" (a second login of Ada, whose id is @other in the
+    // arguments), or "PATH STATUS [COUNT]": the next COUNT requests to api/v1/PATH get STATUS.
+    QString before;
     QString arguments; // @/ is the test's folder, @own the id of Ada's login
     int exitCode;
     QString out;        // regular expressions that must match
@@ -158,10 +157,10 @@ void TestVantroAccount::cleanup()
 void TestVantroAccount::commands_data()
 {
     QTest::addColumn<Row>("row");
-    const auto row = [](const char *name, bool signedIn, const char *service, const char *arguments,
-                        int exitCode, const char *out, const char *err, bool signedInAfter,
+    const auto row = [](const char *name, const char *before, const char *arguments, int exitCode,
+                        const char *out, const char *err, bool signedInAfter,
                         const QByteArray &input = AdaPassword.toUtf8() + '\n') {
-        QTest::newRow(name) << Row{signedIn, service, arguments, exitCode, out, err, signedInAfter, input};
+        QTest::newRow(name) << Row{before, arguments, exitCode, out, err, signedInAfter, input};
     };
     const char *notSignedIn = "^Not signed in; sign in with 'vantro-account login USER'.\n$";
     const char *ended = "The service has ended this login .*; sign in again";
@@ -169,126 +168,120 @@ void TestVantroAccount::commands_data()
     const char *signIn = "login ada@example.com --password-stdin";
     const char *noWarning = "^(?![\\s\\S]*Warning)";
 
-    row("status, signed out", false, "up", "status", 3, "Status: +Disconnected\n", notSignedIn, false);
-    row("resources, signed out", false, "up", "resources", 3, "^$", notSignedIn, false);
-    row("services, signed out", false, "up", "services", 3, "^$", notSignedIn, false);
-    row("logins, signed out", false, "up", "logins", 3, "^$", notSignedIn, false);
-    row("logins end, signed out", false, "up", "logins end 42", 3, "^$", notSignedIn, false);
-    row("services get, signed out", false, "up", "services get demo-files items", 3, "^$", notSignedIn,
+    row("status, signed out", "", "status", 3, "Status: +Disconnected\n", notSignedIn, false);
+    row("resources, signed out", "", "resources", 3, "^$", notSignedIn, false);
+    row("services, signed out", "", "services", 3, "^$", notSignedIn, false);
+    row("logins, signed out", "", "logins", 3, "^$", notSignedIn, false);
+    row("logins end, signed out", "", "logins end 42", 3, "^$", notSignedIn, false);
+    row("services get, signed out", "", "services get demo-files items", 3, "^$", notSignedIn, false);
+    row("logout, signed out", "", "logout", 3, "^$", "^Not signed in, so there is nothing to sign out",
         false);
-    row("logout, signed out", false, "up", "logout", 3, "^$",
-        "^Not signed in, so there is nothing to sign out", false);
 
-    row("login", false, "up", signIn, 0, "^Signed in to http://\\S+ as Ada Lovelace <ada@example.com>.\n$",
-        "", true);
-    row("login, wrong password", false, "up", signIn, 1, "^$",
+    row("login", "", signIn, 0, "^Signed in to http://\\S+ as Ada Lovelace <ada@example.com>.\n$", "", true);
+    row("login, wrong password", "", signIn, 1, "^$",
         "^The service refused the sign-in as ada@example.com: wrong user name or password; check", false,
         WrongPassword.toUtf8());
-    row("login, impersonation refused", false, "up",
-        "--password-stdin login bob@example.com>>ada@example.com", 1, "^$",
-        "bob@example.com may not act as ada@example.com", false, BobPassword.toUtf8());
-    row("login, impersonating", false, "up", "login ada@example.com>>bob@example.com --password-stdin", 0,
+    row("login, impersonation refused", "", "--password-stdin login bob@example.com>>ada@example.com", 1,
+        "^$", "bob@example.com may not act as ada@example.com", false, BobPassword.toUtf8());
+    row("login, impersonating", "", "login ada@example.com>>bob@example.com --password-stdin", 0,
         "as Bob Example <bob@example.com>", "", true);
-    row("login, one-shot", false, "up", "login ada@example.com --password-stdin --no-persist", 0,
+    row("login, one-shot", "", "login ada@example.com --password-stdin --no-persist", 0,
         "^Signed in .* Ada Lovelace.*\nSigned out again", "", false);
-    row("login, already signed in", true, "up", signIn, 1, "^$",
-        "^Already signed in( as \\S+)?; sign out first", true);
-    row("login, service down", false, "down", signIn, 1, "^$", unreachable, false);
-    row("login, service fails", false, "authenticate 503", signIn, 1, "^$",
+    row("login, already signed in", "ada", signIn, 1, "^$", "^Already signed in( as \\S+)?; sign out first",
+        true);
+    row("login, service down", "down", signIn, 1, "^$", unreachable, false);
+    row("login, service fails", "authenticate 503", signIn, 1, "^$",
         "failed with a server error while signing in", false);
-    row("login, no input", false, "up", signIn, 2, "^$", "^Standard input is empty", false, QByteArray());
-    row("login, empty user name", false, "up", "login >> --password-stdin", 2, "^$",
-        "^The user name is empty", false);
+    row("login, no input", "", signIn, 2, "^$", "^Standard input is empty", false, QByteArray());
+    row("login, empty user name", "", "login >> --password-stdin", 2, "^$", "^The user name is empty", false);
 
     // Device keys: the demo's, the same encrypted, and one the service does not know.
-    row("login, device key", false, "up", "login --key " DEMO_DEVICE_KEY, 0,
+    row("login, device key", "", "login --key " DEMO_DEVICE_KEY, 0,
         "^Signed in to http://\\S+ as Ada Lovelace", "", true);
-    row("login, encrypted device key", false, "up", "login --key @/encrypted.pem --passphrase-stdin", 0,
+    row("login, encrypted device key", "", "login --key @/encrypted.pem --passphrase-stdin", 0,
         "as Ada Lovelace", "", true, "kiosk passphrase\n");
-    row("login, wrong passphrase", false, "up", "login --key @/encrypted.pem --passphrase-stdin", 1, "^$",
+    row("login, wrong passphrase", "", "login --key @/encrypted.pem --passphrase-stdin", 1, "^$",
         "^The key in \\S+encrypted.pem does not open with this passphrase", false, "kiosk\n");
-    row("login, unknown device key", false, "up", "login --key @/unknown.pem", 1, "^$",
+    row("login, unknown device key", "", "login --key @/unknown.pem", 1, "^$",
         "^The service refused the sign-in with the key in \\S+unknown.pem: it does not know this key", false);
-    row("login, no key file", false, "up", "login --key @/missing.pem", 1, "^$",
+    row("login, no key file", "", "login --key @/missing.pem", 1, "^$",
         "^Cannot read the key file \\S+missing.pem: No such file or directory.\n$", false);
-    row("login, not a key", false, "up", "login --key @/account.json", 1, "^$",
+    row("login, not a key", "", "login --key @/account.json", 1, "^$",
         "account.json holds no private key in PEM form", false);
 
-    row("status", true, "up", "status", 0,
+    row("status", "ada", "status", 0,
         "Status: +Connected, online\n(.*\n)+Consumer: +Ada Lovelace <ada@example.com>, id \\S+\n"
         "Permissions: +ReadPermission\\|ModifyPermission\\|ConsumerType\n(.*\n){3}Roles: +admin, author\n"
         "Identity: +Example Account; the chain .* > Example Organisation > Example Account verifies\n"
         "Resources: +9 \\(3 \\S+AuthorCredentials, 1 \\S+Database, 3 \\S+DeviceCredentials, 2 \\S+\\)\n$",
         noWarning, true);
-    row("status, library log lines", true, "up", "status --verbose", 0, "Connected, online",
+    row("status, library log lines", "ada", "status --verbose", 0, "Connected, online",
         "vantro.account: Loading profile for client", true);
-    row("resources", true, "up", "resources", 0,
+    row("resources", "ada", "resources", 0,
         "^vantro.resource.Database d28dbfe9-09a6-4d70-b66e-2645d0940d90\n +owner \\S+, priority 65534, valid"
         "\n(.*\n)* +realm: db.example.com\n +type: basic\n +not shown \\(secret\\): credentials\n"
         "(.*\n)* +url: http://127.0.0.1:\\d+/\n$",
         noWarning, true);
-    row("services", true, "up", "services", 0,
+    row("services", "ada", "services", 0,
         "^demo-files http://127.0.0.1:\\d+/ \\(disabled\\)\n +id \\S+\ndemo-reports http://127.0.0.1:\\d+/ "
         "\\(disabled\\)\n",
         "", true);
-    row("services get", true, "up", "services get demo-files items/7", 0,
+    row("services get", "ada", "services get demo-files items/7", 0,
         "^\\{.*\"path\":\"/items/7\".*\"service\":\"demo-files\".*\\}\n$", "", true);
-    row("services get, unknown service", true, "up", "services get demo-music items", 1, "^$",
+    row("services get, unknown service", "ada", "services get demo-music items", 1, "^$",
         "^The account has no service \"demo-music\"", true);
-    row("services get, token refused", true, "tokens/* 403 100", "services get demo-files items --wait 1", 1,
+    row("services get, token refused", "ada tokens/* 403 100", "services get demo-files items --wait 1", 1,
         "^$", "issued no token for demo-files within 1 s", true);
-    row("logins", true, "other", "logins", 0,
+    row("logins", "ada other", "logins", 0,
         "^(  .*\n)*\\* [0-9a-f-]{36}  since \\S+  from .*\n(  .*\n)*\\(\\* this client's login\\)\n$", "",
         true);
-    row("logins end", true, "other", "logins end @other", 0, "^Ended login [0-9a-f-]{36}.\n$", "", true);
-    row("logins end, own login", true, "up", "logins end @own", 1, "^$",
+    row("logins end", "ada other", "logins end @other", 0, "^Ended login [0-9a-f-]{36}.\n$", "", true);
+    row("logins end, own login", "ada", "logins end @own", 1, "^$",
         "^Login [0-9a-f-]{36} is this client's own; end it with 'vantro-account logout'.\n$", true);
-    row("logins end, no such login", true, "up", "logins end 42", 1, "^$",
+    row("logins end, no such login", "ada", "logins end 42", 1, "^$",
         "^The account has no login 42 at the service; list its logins", true);
-    row("logout", true, "up", "logout", 0, "^Signed out.\n$", "", false);
+    row("logout", "ada", "logout", 0, "^Signed out.\n$", "", false);
 
-    row("status, service down", true, "down", "status", 1, "Status: +Connected, offline\n", unreachable,
-        true);
-    row("status, service fails", true, "logins/current 500", "status", 1, "Status: +Connected, offline\n",
+    row("status, service down", "ada down", "status", 1, "Status: +Connected, offline\n", unreachable, true);
+    row("status, service fails", "ada logins/current 500", "status", 1, "Status: +Connected, offline\n",
         "at http://\\S+ failed with HTTP 500 on the login check; try again later", true);
-    row("status, service refuses", true, "logins/current 404", "status", 1, "Status: +Connected, offline\n",
+    row("status, service refuses", "ada logins/current 404", "status", 1, "Status: +Connected, offline\n",
         "answered the login check with HTTP 404; check that", true);
-    row("status, login revoked", true, "revoke", "status", 3, "Status: +Disconnected\n", ended, false);
-    row("resources, service answers 401", true, "logins/current 401", "resources", 3, "^$", ended, false);
-    row("logins, service fails", true, "logins 500", "logins", 1, "^$",
+    row("status, login revoked", "ada revoke", "status", 3, "Status: +Disconnected\n", ended, false);
+    row("resources, service answers 401", "ada logins/current 401", "resources", 3, "^$", ended, false);
+    row("logins, service fails", "ada logins 500", "logins", 1, "^$",
         "failed with HTTP 500 on the login list", true);
-    row("logout, service down", true, "down", "logout", 1, "^$",
+    row("logout, service down", "ada down", "logout", 1, "^$",
         "^Signed out here, but .* could not be reached, so the login stays valid", false);
 
     // Command lines that fit no command, and option values out of range.
-    row("no command", false, "up", "", 2, "^$", "^No command given.", false);
-    row("unknown command", false, "up", "whoami", 2, "^$",
+    row("no command", "", "", 2, "^$", "^No command given.", false);
+    row("unknown command", "", "whoami", 2, "^$",
         "^Unknown command \"whoami\". See 'vantro-account --help'.\n$", false);
-    row("login without user", false, "up", "login", 2, "^$",
+    row("login without user", "", "login", 2, "^$",
         "^login takes one user name, as in 'vantro-account login USER'.", false);
-    row("login with key and user", false, "up", "login ada@example.com --key @/unknown.pem", 2, "^$",
+    row("login with key and user", "", "login ada@example.com --key @/unknown.pem", 2, "^$",
         "^login --key takes no user name", false);
-    row("services get without path", true, "up", "services get demo-files", 2, "^$",
+    row("services get without path", "ada", "services get demo-files", 2, "^$",
         "^services get takes a service name and a path", true);
-    row("status with an argument", false, "up", "status now", 2, "^$", "^status takes no arguments", false);
-    row("option of another command", false, "up", "status --no-persist", 2, "^$",
-        "^--no-persist goes with login only.", false);
-    row("option of another form", false, "up", "login --key @/unknown.pem --password-stdin", 2, "^$",
+    row("status with an argument", "", "status now", 2, "^$", "^status takes no arguments", false);
+    row("option of another form", "", "login --key @/unknown.pem --password-stdin", 2, "^$",
         "^--password-stdin goes with login USER only.", false);
-    row("option of no such command", false, "up", "logout --json", 2, "^$",
+    row("option of no such command", "", "logout --json", 2, "^$",
         "^--json goes with login, status, resources, services and logins only.", false);
-    row("login id with a path", true, "up", "logins end ../consumer", 2, "^$", "is not a login id", true);
-    row("wait too short", false, "up", "status --wait 0.5", 2, "^$", "^--wait takes seconds from 1 to 600",
-        false);
-    row("profile with a path", false, "up", "status --profile ..", 2, "^$", "^--profile takes a plain name",
-        false);
+    row("login id with a path", "ada", "logins end ../consumer", 2, "^$", "is not a login id", true);
+    row("wait too short", "", "status --wait 0.5", 2, "^$", "^--wait takes seconds from 1 to 600", false);
+    row("profile with a path", "", "status --profile ..", 2, "^$", "^--profile takes a plain name", false);
 }
 
 void TestVantroAccount::commands()
 {
     QFETCH(Row, row);
+    QString service = row.before;
+    const bool signedIn = service.startsWith("ada");
+    service.remove(QRegularExpression("^ada ?"));
     ServiceClient client(m_service.url());
-    if (row.signedIn) {
+    if (signedIn) {
         // As an earlier sign-in would have left the profile.
         m_token = client.login(Ada, AdaPassword);
         QFile file(m_profile + "/accessToken");
@@ -300,20 +293,20 @@ void TestVantroAccount::commands()
     if (arguments.contains("@own")) {
         arguments.replace("@own", client.get("logins/current").text("id"));
     }
-    if (row.service == "other") {
+    if (service == "other") {
         ServiceClient other(m_service.url());
         arguments.replace("@other", other.as(Ada, AdaPassword).get("logins/current").text("id"));
     }
-    if (row.service == "revoke") {
+    if (service == "revoke") {
         QCOMPARE(client.send("DELETE", "logins/current").status, 200);
     }
-    const QStringList fault = row.service.split(' ');
+    const QStringList fault = service.split(' ');
     if (fault.size() > 1) {
         m_service.addFault(
             {"api/v1/" + fault.at(0), QByteArray(), fault.value(2, "1").toInt(), fault.at(1).toInt()});
     }
 
-    const Result result = run(arguments.split(' ', Qt::SkipEmptyParts), row.input, row.service == "down");
+    const Result result = run(arguments.split(' ', Qt::SkipEmptyParts), row.input, service == "down");
     QVERIFY2(result.exitCode == row.exitCode, qPrintable(result.err));
     QVERIFY2(QRegularExpression(row.out).match(result.out).hasMatch(), qPrintable(result.out));
     // Progress lines come first; the one-sentence reason for a failure ends standard error.
@@ -348,10 +341,10 @@ void TestVantroAccount::persistedLogin()
 
     const QJsonArray resources = run(QStringList{"resources"} + options).json().toArray();
     QCOMPARE(resources.size(), 9);
+    QCOMPARE(resources[0].toObject().keys(),
+             QStringList({"id", "owner", "payload", "priority", "type", "valid", "withheld"}));
     int withheld = 0;
     for (const QJsonValue &resource : resources) {
-        QCOMPARE(resource.toObject().keys(),
-                 QStringList({"id", "owner", "payload", "priority", "type", "valid", "withheld"}));
         QVERIFY(resource["valid"].toBool());
         withheld += resource["withheld"].toArray().size();
     }
