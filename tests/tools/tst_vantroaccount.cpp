@@ -24,12 +24,6 @@ struct Result
     int exitCode = -1;
     QString out;
     QString err;
-
-    QJsonValue json() const
-    {
-        const QJsonDocument document = QJsonDocument::fromJson(out.toUtf8());
-        return document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
-    }
 };
 
 const QString WrongPassword = "not-ada-demo-password";
@@ -169,11 +163,9 @@ void TestVantroAccount::commands_data()
     const char *noWarning = "^(?![\\s\\S]*Warning)";
 
     row("status, signed out", "", "status", 3, "Status: +Disconnected\n", notSignedIn, false);
-    row("resources, signed out", "", "resources", 3, "^$", notSignedIn, false);
-    row("services, signed out", "", "services", 3, "^$", notSignedIn, false);
-    row("logins, signed out", "", "logins", 3, "^$", notSignedIn, false);
-    row("logins end, signed out", "", "logins end 42", 3, "^$", notSignedIn, false);
-    row("services get, signed out", "", "services get demo-files items", 3, "^$", notSignedIn, false);
+    row("the others, signed out", "",
+        "resources; services; logins; logins end 42; services get demo-files items", 3, "^$", notSignedIn,
+        false);
     row("logout, signed out", "", "logout", 3, "^$", "^Not signed in, so there is nothing to sign out",
         false);
 
@@ -254,7 +246,12 @@ void TestVantroAccount::commands_data()
     row("logout, service down", "ada down", "logout", 1, "^$",
         "^Signed out here, but .* could not be reached, so the login stays valid", false);
 
-    // Command lines that fit no command, and option values out of range.
+    // The help, command lines that fit no command, and option values out of range.
+    row("help", "", "--help", 0,
+        "^Usage: \\S+ \\[options\\] COMMAND \\[ARGUMENTS\\]\n(.*\n)+  --wait <SECONDS> +Longest wait "
+        "(.*\n)+Commands:\n"
+        "  login USER \\[--password-stdin\\] \\[--no-persist\\] \\[--json\\]\n(.*\n)+  logins end ID\n",
+        "^$", false);
     row("no command", "", "", 2, "^$", "^No command given.", false);
     row("unknown command", "", "whoami", 2, "^$",
         "^Unknown command \"whoami\". See 'vantro-account --help'.\n$", false);
@@ -306,13 +303,16 @@ void TestVantroAccount::commands()
             {"api/v1/" + fault.at(0), QByteArray(), fault.value(2, "1").toInt(), fault.at(1).toInt()});
     }
 
-    const Result result = run(arguments.split(' ', Qt::SkipEmptyParts), row.input, service == "down");
-    QVERIFY2(result.exitCode == row.exitCode, qPrintable(result.err));
-    QVERIFY2(QRegularExpression(row.out).match(result.out).hasMatch(), qPrintable(result.out));
-    // Progress lines come first; the one-sentence reason for a failure ends standard error.
-    const QString lastLine = result.err.mid(result.err.lastIndexOf('\n', -2) + 1);
-    QVERIFY2(QRegularExpression(row.err).match(row.exitCode == 0 ? result.err : lastLine).hasMatch(),
-             qPrintable(result.err));
+    // A row may hold several command lines, separated by ";": each ends as the row says.
+    for (const QString &commandLine : arguments.split(';')) {
+        const Result result = run(commandLine.split(' ', Qt::SkipEmptyParts), row.input, service == "down");
+        QVERIFY2(result.exitCode == row.exitCode, qPrintable(commandLine + ": " + result.err));
+        QVERIFY2(QRegularExpression(row.out).match(result.out).hasMatch(), qPrintable(result.out));
+        // Progress lines come first; the one-sentence reason for a failure ends standard error.
+        const QString lastLine = result.err.mid(result.err.lastIndexOf('\n', -2) + 1);
+        QVERIFY2(QRegularExpression(row.err).match(row.exitCode == 0 ? result.err : lastLine).hasMatch(),
+                 qPrintable(result.err));
+    }
     QCOMPARE(profileEntries().contains("accessToken"), row.signedInAfter);
     if (!row.signedInAfter) {
         QCOMPARE(profileEntries(), ClientEntries);
@@ -327,10 +327,11 @@ void TestVantroAccount::persistedLogin()
     m_profile = folder + "/work";
     const QStringList options = {"--json", "--profile", "work", "--profile-location", folder};
     const Result login = run(QStringList{"login", Ada, "--password-stdin"} + options, AdaPassword.toUtf8());
-    QCOMPARE(login.json()["consumer"]["name"], QJsonValue("Ada Lovelace"));
+    QCOMPARE(QJsonDocument::fromJson(login.out.toUtf8())["consumer"]["name"], QJsonValue("Ada Lovelace"));
     QVERIFY(profileEntries().contains("accessToken"));
 
-    const QJsonObject status = run(QStringList{"status"} + options).json().toObject();
+    const QJsonObject status =
+        QJsonDocument::fromJson(run(QStringList{"status"} + options).out.toUtf8()).object();
     QCOMPARE(status.keys(), QStringList({"clientId", "consumer", "identity", "online", "profile", "resources",
                                          "serviceUrl", "session", "signedIn", "status"}));
     QCOMPARE(status["profile"], QJsonValue("work"));
@@ -339,7 +340,8 @@ void TestVantroAccount::persistedLogin()
     QCOMPARE(status["consumer"]["permissions"][3],
              QJsonValue(QJsonObject{{"value", 0x20001}, {"flags", QJsonArray{"ReadPermission", "Journal"}}}));
 
-    const QJsonArray resources = run(QStringList{"resources"} + options).json().toArray();
+    const QJsonArray resources =
+        QJsonDocument::fromJson(run(QStringList{"resources"} + options).out.toUtf8()).array();
     QCOMPARE(resources.size(), 9);
     QCOMPARE(resources[0].toObject().keys(),
              QStringList({"id", "owner", "payload", "priority", "type", "valid", "withheld"}));

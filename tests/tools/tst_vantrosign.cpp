@@ -209,13 +209,11 @@ private Q_SLOTS:
         row("verify, changed value", verify, QJsonDocument(changed).toJson(), 1,
             "verification failed: the signature does not match");
 
+        // The vectors themselves are the library's test; here the program reads a file or standard input
+        // and writes the exact bytes.
         const QString vectors = VANTRO_TEST_DATA_DIR "/jcs/";
-        const QStringList names = QDir(vectors + "input").entryList({"*.json"});
-        QVERIFY(names.size() >= 6);
-        for (const QString &name : names) {
-            row(qPrintable("canonicalize " + name), "canonicalize " + vectors + "input/" + name, "", 0,
-                readAll(vectors + "output/" + name));
-        }
+        row("canonicalize a file", "canonicalize " + vectors + "input/unicode.json", "", 0,
+            readAll(vectors + "output/unicode.json"));
         row("canonicalize standard input", "canonicalize", readAll(vectors + "input/structures.json"), 0,
             readAll(vectors + "output/structures.json"));
 

@@ -1,3 +1,6 @@
+// The commands of vantro-sign and their help texts. The file runs past 400 lines because of those
+// texts, a hundred lines kept beside the options they describe; its code is about 300 lines.
+
 #include "signtool.h"
 
 #include "keyfile.h"
