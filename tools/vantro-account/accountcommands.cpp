@@ -52,7 +52,7 @@ int AccountCommands::login(const QStringList &arguments)
     const QString user = pieces.value(0).trimmed();
     const QString target = pieces.value(1).trimmed();
     if (user.isEmpty()) {
-        return Failures::usageError(
+        return usageError(
             QStringLiteral("The user name is empty; give it as in 'vantro-account login USER'."));
     }
 
@@ -66,7 +66,7 @@ int AccountCommands::login(const QStringList &arguments)
     if (!Terminal::readSecret(secretSource(m_settings), QStringLiteral("Password for %1: ").arg(user),
                               QStringLiteral("password"), QStringLiteral("--password-stdin"), &password,
                               &errorString)) {
-        return Failures::usageError(errorString);
+        return usageError(errorString);
     }
 
     vn::account::CredentialAuthenticator authenticator;
@@ -88,8 +88,8 @@ int AccountCommands::loginWithKey(const QStringList &)
     const QString &keyFile = m_settings.keyFile;
     QFile file(keyFile);
     if (!file.open(QIODevice::ReadOnly)) {
-        return Failures::fail(
-            Failure, QStringLiteral("Cannot read the key file %1: %2.").arg(keyFile, file.errorString()));
+        return fail(Failure,
+                    QStringLiteral("Cannot read the key file %1: %2.").arg(keyFile, file.errorString()));
     }
     const QByteArray pem = file.read(MaximumKeyFileBytes);
     file.close();
@@ -107,19 +107,18 @@ int AccountCommands::loginWithKey(const QStringList &)
                                   QStringLiteral("Passphrase for %1: ").arg(keyFile),
                                   QStringLiteral("passphrase"), QStringLiteral("--passphrase-stdin"),
                                   &passphrase, &errorString)) {
-            return Failures::usageError(errorString);
+            return usageError(errorString);
         }
         key = vn::crypto::PrivateKey(pem, passphrase);
         if (!key.isValid()) {
-            return Failures::fail(Failure,
-                                  QStringLiteral("The key in %1 does not open with this passphrase; check it "
-                                                 "and try again.")
-                                      .arg(keyFile));
+            return fail(Failure, QStringLiteral("The key in %1 does not open with this passphrase; check it "
+                                                "and try again.")
+                                     .arg(keyFile));
         }
     }
     if (!key.isValid()) {
-        return Failures::fail(
-            Failure, QStringLiteral("%1 holds no private key in PEM form (PKCS#8 or RSA).").arg(keyFile));
+        return fail(Failure,
+                    QStringLiteral("%1 holds no private key in PEM form (PKCS#8 or RSA).").arg(keyFile));
     }
 
     vn::account::ChallengeResponseAuthenticator authenticator;
@@ -135,15 +134,14 @@ int AccountCommands::loginWithKey(const QStringList &)
 int AccountCommands::alreadySignedIn(Account &account)
 {
     const vn::account::Consumer *consumer = account.consumer();
-    return Failures::fail(Failure,
-                          QStringLiteral("Already signed in%1; sign out first with 'vantro-account logout'.")
-                              .arg(consumer ? QStringLiteral(" as ") + consumer->email() : QString()));
+    return fail(Failure, QStringLiteral("Already signed in%1; sign out first with 'vantro-account logout'.")
+                             .arg(consumer ? QStringLiteral(" as ") + consumer->email() : QString()));
 }
 
 int AccountCommands::signIn(Account &account, vn::account::AbstractAuthenticator &authenticator,
                             const QString &activity, const QString &signedInAs, const QString &refusal)
 {
-    const QString service = Failures::serviceName(account);
+    const QString service = serviceName(account);
     authenticator.setPersistent(m_settings.persistent);
     Account::Error error = Account::NoError;
     QObject context;
@@ -154,7 +152,7 @@ int AccountCommands::signIn(Account &account, vn::account::AbstractAuthenticator
                         [&account] { return account.status() != Account::Connecting; });
 
     if (account.status() != Account::Connected) {
-        return Failures::signInFailed(account, error, refusal);
+        return signInFailed(account, error, refusal);
     }
 
     // The time it took to type the password is not the service's: its wait starts now.
@@ -183,7 +181,7 @@ int AccountCommands::signOut(Account &account, const QString &activity, const QS
     account.logout();
     Progress::waitUntil(activity, [&account] { return account.status() == Account::Disconnected; });
     if (error != Account::NoError) {
-        return Failures::logoutFailed(account, error);
+        return logoutFailed(account, error);
     }
     Terminal::printOut(done);
     return Success;
@@ -193,10 +191,9 @@ int AccountCommands::logout(const QStringList &)
 {
     Account account(nullptr);
     if (account.status() != Account::Connected) {
-        return Failures::fail(NotSignedIn,
-                              QStringLiteral("Not signed in, so there is nothing to sign out from."));
+        return fail(NotSignedIn, QStringLiteral("Not signed in, so there is nothing to sign out from."));
     }
-    return signOut(account, QStringLiteral("Signing out of %1").arg(Failures::serviceName(account)),
+    return signOut(account, QStringLiteral("Signing out of %1").arg(serviceName(account)),
                    QStringLiteral("Signed out.\n"));
 }
 
@@ -261,41 +258,38 @@ int AccountCommands::getFromService(const QStringList &arguments)
         }
     }
     if (!service) {
-        return Failures::fail(Failure,
-                              QStringLiteral("The account has no service \"%1\"; list its services with "
-                                             "'vantro-account services'.")
-                                  .arg(name));
+        return fail(Failure, QStringLiteral("The account has no service \"%1\"; list its services with "
+                                            "'vantro-account services'.")
+                                 .arg(name));
     }
 
     service->enable();
     // The library retries a refused token on its own schedule; here the wait is bounded.
     m_deadline = QDeadlineTimer(m_settings.waitMilliseconds);
     if (!Progress::waitUntil(
-            QStringLiteral("Fetching a token for %1 from %2").arg(name, Failures::serviceName(account)),
+            QStringLiteral("Fetching a token for %1 from %2").arg(name, serviceName(account)),
             [service] { return service->status() == vn::account::Service::Ready; }, m_deadline)) {
-        return Failures::fail(Failure,
-                              QStringLiteral("The account service at %1 issued no token for %2 within %3 s; "
-                                             "'--verbose' shows its answer, '--wait' allows longer.")
-                                  .arg(Failures::serviceName(account), name)
-                                  .arg(m_settings.waitMilliseconds / 1000.0));
+        return fail(Failure, QStringLiteral("The account service at %1 issued no token for %2 within %3 s; "
+                                            "'--verbose' shows its answer, '--wait' allows longer.")
+                                 .arg(serviceName(account), name)
+                                 .arg(m_settings.waitMilliseconds / 1000.0));
     }
 
     vn::GetRequest *request = service->getRequest(QUrl(arguments.at(1), QUrl::TolerantMode));
     const QString target = request->url().adjusted(QUrl::RemoveUserInfo | QUrl::RemoveQuery).toString();
     const Reply reply = runRequest(request, QStringLiteral("Fetching %1").arg(target));
     if (reply.responseCode == 0) {
-        return Failures::fail(Failure,
-                              QStringLiteral("The service %1 at %2 could not be reached; check that it is "
-                                             "running.")
-                                  .arg(name, target));
+        return fail(Failure, QStringLiteral("The service %1 at %2 could not be reached; check that it is "
+                                            "running.")
+                                 .arg(name, target));
     }
     Terminal::printOut(QString::fromUtf8(reply.body) +
                        (reply.body.endsWith('\n') || reply.body.isEmpty() ? "" : "\n"));
     if (reply.responseCode < 200 || reply.responseCode > 299) {
-        return Failures::fail(Failure, QStringLiteral("The service %1 answered HTTP %2 for %3.")
-                                           .arg(name)
-                                           .arg(reply.responseCode)
-                                           .arg(target));
+        return fail(Failure, QStringLiteral("The service %1 answered HTTP %2 for %3.")
+                                 .arg(name)
+                                 .arg(reply.responseCode)
+                                 .arg(target));
     }
     return Success;
 }
@@ -309,11 +303,10 @@ int AccountCommands::logins(const QStringList &)
         return checkFailed(account, check, responseCode);
     }
 
-    const Reply reply =
-        runRequest(account.getRequest(QUrl(QStringLiteral("logins?format=all_fields"))),
-                   QStringLiteral("Listing the logins at %1").arg(Failures::serviceName(account)));
+    const Reply reply = runRequest(account.getRequest(QUrl(QStringLiteral("logins?format=all_fields"))),
+                                   QStringLiteral("Listing the logins at %1").arg(serviceName(account)));
     if (reply.responseCode != 200) {
-        return Failures::requestFailed(account, reply.responseCode, QStringLiteral("login list"));
+        return requestFailed(account, reply.responseCode, QStringLiteral("login list"));
     }
     const vn::account::Session *session = account.session();
     const QJsonArray list = AccountReport::logins(QJsonDocument::fromJson(reply.body).array(),
@@ -326,7 +319,7 @@ int AccountCommands::endLogin(const QStringList &arguments)
 {
     const QString &loginId = arguments.at(0);
     if (!isPlainLoginId(loginId)) {
-        return Failures::usageError(
+        return usageError(
             QStringLiteral("\"%1\" is not a login id; list them with 'vantro-account logins'.").arg(loginId));
     }
     Account account(nullptr);
@@ -337,24 +330,23 @@ int AccountCommands::endLogin(const QStringList &arguments)
     }
     const vn::account::Session *session = account.session();
     if (session && session->identifier() == loginId) {
-        return Failures::fail(
-            Failure, QStringLiteral("Login %1 is this client's own; end it with 'vantro-account logout'.")
-                         .arg(loginId));
+        return fail(Failure,
+                    QStringLiteral("Login %1 is this client's own; end it with 'vantro-account logout'.")
+                        .arg(loginId));
     }
 
     const Reply reply =
         runRequest(account.deleteRequest(QUrl(QStringLiteral("logins/") + loginId, QUrl::TolerantMode)),
                    QStringLiteral("Ending login %1").arg(loginId));
     if (reply.responseCode == 404) {
-        return Failures::fail(
-            Failure, QStringLiteral("The account has no login %1 at the service; list its logins with "
-                                    "'vantro-account logins'.")
-                         .arg(loginId));
+        return fail(Failure,
+                    QStringLiteral("The account has no login %1 at the service; list its logins with "
+                                   "'vantro-account logins'.")
+                        .arg(loginId));
     }
     // Only 200 means the service ended it.
     if (reply.responseCode != 200) {
-        return Failures::requestFailed(account, reply.responseCode,
-                                       QStringLiteral("end of login %1").arg(loginId));
+        return requestFailed(account, reply.responseCode, QStringLiteral("end of login %1").arg(loginId));
     }
     Terminal::printOut(QStringLiteral("Ended login %1.\n").arg(loginId));
     return Success;
@@ -372,7 +364,7 @@ AccountCommands::Check AccountCommands::checkLogin(Account &account, int *respon
     QObject::connect(&account, &Account::onlineCheckFailed, &context,
                      [&failedCheck](int reported) { failedCheck = reported; });
     Progress::waitUntil(
-        QStringLiteral("Checking the login with %1").arg(Failures::serviceName(account)),
+        QStringLiteral("Checking the login with %1").arg(serviceName(account)),
         [&] { return account.isOnline() || account.status() != Account::Connected || failedCheck >= 0; },
         m_deadline);
 
@@ -391,9 +383,8 @@ void AccountCommands::waitForAccountData(Account &account)
     const auto complete = [&account] {
         return account.consumer() && account.identity() && !account.resourceList().isEmpty();
     };
-    if (Progress::waitUntil(
-            QStringLiteral("Fetching the account's data from %1").arg(Failures::serviceName(account)),
-            complete, m_deadline)) {
+    if (Progress::waitUntil(QStringLiteral("Fetching the account's data from %1").arg(serviceName(account)),
+                            complete, m_deadline)) {
         return;
     }
     QStringList missing;
@@ -435,20 +426,19 @@ int AccountCommands::checkFailed(Account &account, Check check, int responseCode
     case Check::Online:
         return Success;
     case Check::NotSignedIn:
-        return Failures::fail(NotSignedIn,
-                              QStringLiteral("Not signed in; sign in with 'vantro-account login USER'."));
+        return fail(NotSignedIn, QStringLiteral("Not signed in; sign in with 'vantro-account login USER'."));
     case Check::Revoked:
-        return Failures::requestFailed(account, 401, QStringLiteral("login check"));
+        return requestFailed(account, 401, QStringLiteral("login check"));
     case Check::Failed:
-        return Failures::requestFailed(account, responseCode, QStringLiteral("login check"));
+        return requestFailed(account, responseCode, QStringLiteral("login check"));
     case Check::TimedOut:
         break;
     }
-    return Failures::fail(
-        Failure, QStringLiteral("The account service at %1 did not confirm the login within %2 s; try "
-                                "again, or allow longer with --wait.")
-                     .arg(Failures::serviceName(account))
-                     .arg(m_settings.waitMilliseconds / 1000.0));
+    return fail(Failure,
+                QStringLiteral("The account service at %1 did not confirm the login within %2 s; try "
+                               "again, or allow longer with --wait.")
+                    .arg(serviceName(account))
+                    .arg(m_settings.waitMilliseconds / 1000.0));
 }
 
 void AccountCommands::print(const QJsonValue &report, const QString &text)

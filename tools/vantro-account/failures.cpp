@@ -6,24 +6,24 @@ namespace vn::tools {
 
 using vn::account::Account;
 
-int Failures::fail(int exitCode, const QString &message)
+int fail(int exitCode, const QString &message)
 {
     Terminal::printError(message + QLatin1Char('\n'));
     return exitCode;
 }
 
-int Failures::usageError(const QString &message)
+int usageError(const QString &message)
 {
     return fail(UsageError, message + QStringLiteral(" See 'vantro-account --help'."));
 }
 
-QString Failures::serviceName(const Account &account)
+QString serviceName(const Account &account)
 {
     // User information in the address would be a credential; messages name the service without it.
     return account.serviceUrl().toString(QUrl::RemoveUserInfo);
 }
 
-int Failures::requestFailed(const Account &account, int responseCode, const QString &what)
+int requestFailed(const Account &account, int responseCode, const QString &what)
 {
     const QString service = serviceName(account);
     if (responseCode <= 0) {
@@ -51,7 +51,7 @@ int Failures::requestFailed(const Account &account, int responseCode, const QStr
                              .arg(responseCode));
 }
 
-int Failures::signInFailed(const Account &account, Account::Error error, const QString &refusal)
+int signInFailed(const Account &account, Account::Error error, const QString &refusal)
 {
     switch (error) {
     case Account::AuthenticationFailed:
@@ -77,7 +77,7 @@ int Failures::signInFailed(const Account &account, Account::Error error, const Q
     }
 }
 
-int Failures::logoutFailed(const Account &account, Account::Error error)
+int logoutFailed(const Account &account, Account::Error error)
 {
     return fail(Failure,
                 QStringLiteral("Signed out here, but the account service at %1 %2, so the login stays "
