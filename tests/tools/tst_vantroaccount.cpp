@@ -262,6 +262,8 @@ void TestVantroAccount::commands_data()
     row("services get without path", "ada", "services get demo-files", 2, "^$",
         "^services get takes a service name and a path", true);
     row("status with an argument", "", "status now", 2, "^$", "^status takes no arguments", false);
+    row("option of a form of another command", "", "status --key @/unknown.pem", 2, "^$",
+        "^--key goes with login only.", false);
     row("option of another form", "", "login --key @/unknown.pem --password-stdin", 2, "^$",
         "^--password-stdin goes with login USER only.", false);
     row("option of no such command", "", "logout --json", 2, "^$",
