@@ -104,8 +104,9 @@ private Q_SLOTS:
 
     void cleanup()
     {
-        for (const QByteArray &secret : qAsConst(m_secrets))
+        for (const QByteArray &secret : qAsConst(m_secrets)) {
             QVERIFY2(!m_printed.contains(secret), "the program printed a secret");
+        }
         m_printed.clear();
     }
 
@@ -208,12 +209,11 @@ private Q_SLOTS:
         row("verify, changed value", verify, QJsonDocument(changed).toJson(), 1,
             "verification failed: the signature does not match");
 
+        // The vectors themselves are the library's test; here the program reads a file or standard input
+        // and writes the exact bytes.
         const QString vectors = VANTRO_TEST_DATA_DIR "/jcs/";
-        const QStringList names = QDir(vectors + "input").entryList({"*.json"});
-        QVERIFY(names.size() >= 6);
-        for (const QString &name : names)
-            row(qPrintable("canonicalize " + name), "canonicalize " + vectors + "input/" + name, "", 0,
-                readAll(vectors + "output/" + name));
+        row("canonicalize a file", "canonicalize " + vectors + "input/unicode.json", "", 0,
+            readAll(vectors + "output/unicode.json"));
         row("canonicalize standard input", "canonicalize", readAll(vectors + "input/structures.json"), 0,
             readAll(vectors + "output/structures.json"));
 

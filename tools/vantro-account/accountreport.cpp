@@ -31,8 +31,9 @@ const QLatin1String SecretNameParts[] = {QLatin1String("credential"), QLatin1Str
 bool isSecretName(const QString &name)
 {
     for (const QLatin1String &part : SecretNameParts) {
-        if (name.contains(part, Qt::CaseInsensitive))
+        if (name.contains(part, Qt::CaseInsensitive)) {
             return true;
+        }
     }
     return false;
 }
@@ -42,20 +43,23 @@ QJsonValue filterPayload(const QJsonValue &value, const QString &path, QStringLi
     if (value.isArray()) {
         QJsonArray filtered;
         const QJsonArray array = value.toArray();
-        for (int i = 0; i < array.size(); ++i)
+        for (int i = 0; i < array.size(); ++i) {
             filtered.append(filterPayload(array.at(i), path + QStringLiteral("[%1]").arg(i), withheld));
+        }
         return filtered;
     }
-    if (!value.isObject())
+    if (!value.isObject()) {
         return value;
+    }
     QJsonObject filtered;
     const QJsonObject object = value.toObject();
     for (auto it = object.begin(); it != object.end(); ++it) {
         const QString memberPath = path.isEmpty() ? it.key() : path + QLatin1Char('.') + it.key();
-        if (isSecretName(it.key()))
+        if (isSecretName(it.key())) {
             withheld->append(memberPath);
-        else
+        } else {
             filtered.insert(it.key(), filterPayload(it.value(), memberPath, withheld));
+        }
     }
     return filtered;
 }
@@ -86,9 +90,10 @@ QJsonObject identityObject(const vn::account::AccountIdentity &identity)
 {
     // From the root down to the account's own identity, as a person reads a chain of trust.
     QJsonArray chain;
-    for (const vn::account::Identity *link = &identity; link; link = link->parent())
+    for (const vn::account::Identity *link = &identity; link; link = link->parent()) {
         chain.prepend(
             QJsonObject{{QStringLiteral("id"), link->uuid()}, {QStringLiteral("name"), link->name()}});
+    }
     return {{QStringLiteral("id"), identity.uuid()},
             {QStringLiteral("name"), identity.name()},
             {QStringLiteral("verified"), identity.verifyChain()},
@@ -104,12 +109,15 @@ QString line(const QString &label, const QString &value)
 
 QString compact(const QJsonValue &value)
 {
-    if (value.isString())
+    if (value.isString()) {
         return value.toString();
-    if (value.isObject())
+    }
+    if (value.isObject()) {
         return QString::fromUtf8(QJsonDocument(value.toObject()).toJson(QJsonDocument::Compact));
-    if (value.isArray())
+    }
+    if (value.isArray()) {
         return QString::fromUtf8(QJsonDocument(value.toArray()).toJson(QJsonDocument::Compact));
+    }
     // Numbers, booleans and null: the JSON text of a one-element array, without its brackets.
     const QByteArray text = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
     return QString::fromUtf8(text.mid(1, text.size() - 2));
@@ -141,8 +149,9 @@ QJsonObject AccountReport::status(Account &account)
                   identity ? QJsonValue(identityObject(*identity)) : QJsonValue());
 
     QJsonObject counts;
-    for (const vn::account::Resource *resource : account.resourceList())
+    for (const vn::account::Resource *resource : account.resourceList()) {
         counts.insert(resource->type(), counts.value(resource->type()).toInt() + 1);
+    }
     report.insert(QStringLiteral("resources"), counts);
     return report;
 }
@@ -171,8 +180,9 @@ QJsonArray AccountReport::services(Account &account)
     for (const vn::account::Resource *resource :
          account.findResources(QStringLiteral("vantro.resource.Service"))) {
         const auto *service = qobject_cast<const vn::account::Service *>(resource);
-        if (!service)
+        if (!service) {
             continue;
+        }
         list.append(QJsonObject{{QStringLiteral("name"), service->name()},
                                 {QStringLiteral("url"), service->url().toString(QUrl::RemoveUserInfo)},
                                 {QStringLiteral("id"), service->uuid()},
@@ -228,31 +238,36 @@ QString AccountReport::statusText(const QJsonObject &status)
         const QJsonArray permissions = consumer.value(QLatin1String("permissions")).toArray();
         for (const QJsonValue &permission : permissions) {
             QStringList flags;
-            for (const QJsonValue &flag : permission.toObject().value(QLatin1String("flags")).toArray())
+            for (const QJsonValue &flag : permission.toObject().value(QLatin1String("flags")).toArray()) {
                 flags.append(flag.toString());
+            }
             report += line(label, flags.join(QLatin1Char('|')));
             label = QString();
         }
-        if (permissions.isEmpty())
+        if (permissions.isEmpty()) {
             report += line(label, QStringLiteral("none"));
+        }
         QStringList roles;
-        for (const QJsonValue &role : consumer.value(QLatin1String("roles")).toArray())
+        for (const QJsonValue &role : consumer.value(QLatin1String("roles")).toArray()) {
             roles.append(role.toString());
+        }
         report += line(QStringLiteral("Roles"),
                        roles.isEmpty() ? QStringLiteral("none") : roles.join(QStringLiteral(", ")));
     }
 
     // Signed out, the profile holds nothing more to show.
-    if (!status.value(QLatin1String("signedIn")).toBool())
+    if (!status.value(QLatin1String("signedIn")).toBool()) {
         return report;
+    }
 
     const QJsonObject identity = status.value(QLatin1String("identity")).toObject();
     if (identity.isEmpty()) {
         report += line(QStringLiteral("Identity"), QStringLiteral("none"));
     } else {
         QStringList chain;
-        for (const QJsonValue &link : identity.value(QLatin1String("chain")).toArray())
+        for (const QJsonValue &link : identity.value(QLatin1String("chain")).toArray()) {
             chain.append(link.toObject().value(QLatin1String("name")).toString());
+        }
         report += line(QStringLiteral("Identity"), QStringLiteral("%1; the chain %2 %3")
                                                        .arg(identity.value(QLatin1String("name")).toString(),
                                                             chain.join(QStringLiteral(" > ")),
@@ -290,16 +305,19 @@ QString AccountReport::resourcesText(const QJsonArray &resources)
         const QJsonValue payload = resource.value(QLatin1String("payload"));
         if (payload.isObject()) {
             const QJsonObject members = payload.toObject();
-            for (auto it = members.begin(); it != members.end(); ++it)
+            for (auto it = members.begin(); it != members.end(); ++it) {
                 report += QStringLiteral("    %1: %2\n").arg(it.key(), compact(it.value()));
+            }
         } else if (!payload.isUndefined() && !payload.isNull()) {
             report += QStringLiteral("    payload: %1\n").arg(compact(payload));
         }
         QStringList withheld;
-        for (const QJsonValue &name : resource.value(QLatin1String("withheld")).toArray())
+        for (const QJsonValue &name : resource.value(QLatin1String("withheld")).toArray()) {
             withheld.append(name.toString());
-        if (!withheld.isEmpty())
+        }
+        if (!withheld.isEmpty()) {
             report += QStringLiteral("    not shown (secret): %1\n").arg(withheld.join(QStringLiteral(", ")));
+        }
     }
     return report.isEmpty() ? QStringLiteral("No resources.\n") : report;
 }
@@ -332,8 +350,9 @@ QString AccountReport::loginsText(const QJsonArray &logins)
                            login.value(QLatin1String("since")).toString(),
                            login.value(QLatin1String("hostInfo")).toString());
     }
-    if (anyCurrent)
+    if (anyCurrent) {
         report += QStringLiteral("(* this client's login)\n");
+    }
     return report.isEmpty() ? QStringLiteral("No logins.\n") : report;
 }
 
@@ -344,15 +363,17 @@ QStringList AccountReport::permissionNames(int permission)
     quint32 unnamed = quint32(permission);
     for (int bit = 0; bit < 32; ++bit) {
         const quint32 value = 1u << bit;
-        if (!(quint32(permission) & value))
+        if (!(quint32(permission) & value)) {
             continue;
+        }
         if (const char *key = flags.valueToKey(int(value))) {
             names.append(QString::fromLatin1(key));
             unnamed &= ~value;
         }
     }
-    if (unnamed)
+    if (unnamed) {
         names.append(QStringLiteral("0x%1").arg(unnamed, 0, 16));
+    }
     return names;
 }
 

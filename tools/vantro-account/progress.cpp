@@ -19,12 +19,14 @@ const char16_t SpinnerFrames[] = u"|/-\\";
 
 bool Progress::waitUntil(const QString &activity, const std::function<bool()> &done, QDeadlineTimer deadline)
 {
-    if (done())
+    if (done()) {
         return true;
+    }
 
     const bool animated = Terminal::isErrorTerminal();
-    if (!animated)
+    if (!animated) {
         Terminal::printError(activity + QStringLiteral("...\n"));
+    }
 
     int frame = 0;
     QEventLoop loop;
@@ -43,8 +45,9 @@ bool Progress::waitUntil(const QString &activity, const std::function<bool()> &d
     ticker.start();
     loop.exec();
 
-    if (animated)
+    if (animated) {
         Terminal::printError(QStringLiteral("\r\033[K"));
+    }
     return done();
 }
 

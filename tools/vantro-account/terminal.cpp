@@ -28,8 +28,9 @@ const int InterruptingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 extern "C" void restoreEchoAndResignal(int signalNumber)
 {
-    if (s_echoIsOff)
+    if (s_echoIsOff) {
         ::tcsetattr(s_terminalDescriptor, TCSAFLUSH, &s_savedMode);
+    }
     // Die of the same signal, as the shell expects from an interrupted program.
     ::signal(signalNumber, SIG_DFL);
     ::raise(signalNumber);
@@ -43,17 +44,21 @@ bool readLine(int descriptor, QByteArray *line)
     char byte = 0;
     while (line->size() < MaximumSecretBytes) {
         const ssize_t count = ::read(descriptor, &byte, 1);
-        if (count < 0 && errno == EINTR)
+        if (count < 0 && errno == EINTR) {
             continue;
-        if (count <= 0)
+        }
+        if (count <= 0) {
             break;
+        }
         readAnything = true;
-        if (byte == '\n')
+        if (byte == '\n') {
             break;
+        }
         line->append(byte);
     }
-    if (line->endsWith('\r'))
+    if (line->endsWith('\r')) {
         line->chop(1);
+    }
     return readAnything;
 }
 
@@ -81,8 +86,9 @@ bool readFromTerminal(const QString &prompt, const QString &noun, const QString 
         struct sigaction action = {};
         action.sa_handler = restoreEchoAndResignal;
         sigemptyset(&action.sa_mask);
-        for (size_t i = 0; i < std::size(InterruptingSignals); ++i)
+        for (size_t i = 0; i < std::size(InterruptingSignals); ++i) {
             ::sigaction(InterruptingSignals[i], &action, &previous[i]);
+        }
         struct termios silent = s_savedMode;
         silent.c_lflag &= ~tcflag_t(ECHO | ECHOE | ECHOK | ECHONL);
         s_echoIsOff = ::tcsetattr(descriptor, TCSAFLUSH, &silent) == 0;
@@ -98,11 +104,13 @@ bool readFromTerminal(const QString &prompt, const QString &noun, const QString 
     const bool read = readLine(descriptor, &line);
 
     if (canSwitchEcho) {
-        if (s_echoIsOff)
+        if (s_echoIsOff) {
             ::tcsetattr(descriptor, TCSAFLUSH, &s_savedMode);
+        }
         s_echoIsOff = 0;
-        for (size_t i = 0; i < std::size(InterruptingSignals); ++i)
+        for (size_t i = 0; i < std::size(InterruptingSignals); ++i) {
             ::sigaction(InterruptingSignals[i], &previous[i], nullptr);
+        }
         s_terminalDescriptor = -1;
     }
     // The line feed that ended the secret was not echoed either.

@@ -69,10 +69,11 @@ KeyFile::KeyFile(const QString &path, const QString &passphrase)
         }
     } else if (holdsPublicKey(pem)) {
         const vn::crypto::PublicKey key(pem);
-        if (key.isValid())
+        if (key.isValid()) {
             m_publicKey = key;
-        else
+        } else {
             m_errorString = QStringLiteral("cannot use key file %1: %2").arg(path, key.errorString());
+        }
     } else {
         m_errorString = QStringLiteral("key file %1 holds no PEM key").arg(path);
     }

@@ -1,3 +1,6 @@
+// The commands of vantro-sign and their help texts. The file runs past 400 lines because of those
+// texts, a hundred lines kept beside the options they describe; its code is about 300 lines.
+
 #include "signtool.h"
 
 #include "keyfile.h"
@@ -118,8 +121,9 @@ Options:
 const char *usageText(const QString &command)
 {
     for (const CommandHelp &help : CommandUsage) {
-        if (command == QLatin1String(help.name))
+        if (command == QLatin1String(help.name)) {
             return help.text;
+        }
     }
     return GeneralUsage;
 }
@@ -145,12 +149,15 @@ QList<QCommandLineOption> commandOptions(const QString &command)
             {QStringLiteral("force"), QStringLiteral("replace existing files")},
             passphraseOption()};
     }
-    if (command == QLatin1String("sign"))
+    if (command == QLatin1String("sign")) {
         return {keyOption(), {QStringLiteral("compact"), QStringLiteral("one line")}, passphraseOption()};
-    if (command == QLatin1String("verify"))
+    }
+    if (command == QLatin1String("verify")) {
         return {keyOption(), passphraseOption()};
-    if (command == QLatin1String("fingerprint"))
+    }
+    if (command == QLatin1String("fingerprint")) {
         return {{QStringLiteral("sha1"), QStringLiteral("SHA-1")}, passphraseOption()};
+    }
     return {};
 }
 
@@ -171,8 +178,9 @@ bool readInput(const QString &path, QByteArray *bytes, QString *errorString)
         file.setFileName(path);
         opened = file.open(QIODevice::ReadOnly);
     }
-    if (opened)
+    if (opened) {
         *bytes = file.readAll();
+    }
     if (!opened || file.error() != QFileDevice::NoError) {
         *errorString = QStringLiteral("cannot read %1: %2").arg(inputName(path), file.errorString());
         return false;
@@ -225,8 +233,9 @@ int SignTool::run(const QStringList &arguments)
         {QLatin1String("fingerprint"), &SignTool::fingerprint, 1, 1},
     };
 
-    if (arguments.size() < 2)
+    if (arguments.size() < 2) {
         return usageError(QString(), QStringLiteral("no command given"));
+    }
     const QString name = arguments.at(1);
     if (name == QLatin1String("--help") || name == QLatin1String("-h") || name == QLatin1String("help")) {
         std::fputs(GeneralUsage, stdout);
@@ -234,8 +243,9 @@ int SignTool::run(const QStringList &arguments)
     }
     const Command *command = nullptr;
     for (const Command &candidate : commands) {
-        if (name == candidate.name)
+        if (name == candidate.name) {
             command = &candidate;
+        }
     }
     if (!command) {
         return usageError(QString(),
@@ -249,8 +259,9 @@ int SignTool::run(const QStringList &arguments)
                                         QStringLiteral("help"));
     parser.addOption(helpOption);
     parser.addOptions(commandOptions(name));
-    if (!parser.parse(QStringList{QLatin1String(ProgramName)} + arguments.mid(2)))
+    if (!parser.parse(QStringList{QLatin1String(ProgramName)} + arguments.mid(2))) {
         return usageError(name, parser.errorText());
+    }
     if (parser.isSet(helpOption)) {
         std::fputs(usageText(name), stdout);
         return Success;
@@ -260,18 +271,21 @@ int SignTool::run(const QStringList &arguments)
         return usageError(name, QStringLiteral("unexpected argument \"%1\"")
                                     .arg(parser.positionalArguments().at(command->maximumArguments)));
     }
-    if (count < command->minimumArguments)
+    if (count < command->minimumArguments) {
         return usageError(name, QStringLiteral("%1 needs a key file").arg(name));
+    }
     return (this->*command->handler)(parser);
 }
 
 int SignTool::keygen(const QCommandLineParser &parser)
 {
     const QString command = QStringLiteral("keygen");
-    if (!parser.isSet(QStringLiteral("bits")))
+    if (!parser.isSet(QStringLiteral("bits"))) {
         return usageError(command, QStringLiteral("keygen needs --bits N"));
-    if (!parser.isSet(QStringLiteral("out")))
+    }
+    if (!parser.isSet(QStringLiteral("out"))) {
         return usageError(command, QStringLiteral("keygen needs --out PRIVATE.pem"));
+    }
     bool isNumber = false;
     const int bits = parser.value(QStringLiteral("bits")).toInt(&isNumber);
     if (!isNumber || bits < MinimumKeyBits || bits > MaximumKeyBits) {
@@ -282,44 +296,52 @@ int SignTool::keygen(const QCommandLineParser &parser)
     const QString privatePath = parser.value(QStringLiteral("out"));
     const QString publicPath = parser.value(QStringLiteral("public-out"));
     if (!publicPath.isEmpty() &&
-        QFileInfo(publicPath).absoluteFilePath() == QFileInfo(privatePath).absoluteFilePath())
+        QFileInfo(publicPath).absoluteFilePath() == QFileInfo(privatePath).absoluteFilePath()) {
         return usageError(command, QStringLiteral("--out and --public-out name the same file"));
+    }
 
     QString passphrase;
-    if (!this->passphrase(parser, &passphrase))
+    if (!this->passphrase(parser, &passphrase)) {
         return Failure;
-    if (parser.isSet(QStringLiteral("passphrase-env")) && passphrase.isEmpty())
+    }
+    if (parser.isSet(QStringLiteral("passphrase-env")) && passphrase.isEmpty()) {
         return fail(QStringLiteral("refusing to encrypt the key with an empty passphrase"));
+    }
 
     // Refuse before generating: a large key takes a while, and the answer would be no anyway.
     if (!parser.isSet(QStringLiteral("force"))) {
         for (const QString &path : {privatePath, publicPath}) {
             const QFileInfo info(path);
-            if (!path.isEmpty() && (info.exists() || info.isSymLink()))
+            if (!path.isEmpty() && (info.exists() || info.isSymLink())) {
                 return fail(QStringLiteral("%1 already exists; --force replaces it").arg(path));
+            }
         }
     }
 
     const vn::crypto::PrivateKey key(vn::crypto::AbstractKey::RSA, bits);
-    if (!key.isValid())
+    if (!key.isValid()) {
         return fail(QStringLiteral("cannot generate a %1-bit RSA key: %2")
                         .arg(QString::number(bits), key.errorString()));
+    }
     QByteArray pem = passphrase.isEmpty() ? key.toPEM() : key.toEncryptedPEM(passphrase);
-    if (pem.isEmpty())
+    if (pem.isEmpty()) {
         return fail(QStringLiteral("cannot encode the new key: %1").arg(key.errorString()));
+    }
     QString errorString;
     const bool written = KeyFile::write(privatePath, pem, KeyFile::OwnerOnly, &errorString);
     pem.fill('\0');
-    if (!written)
+    if (!written) {
         return fail(errorString);
+    }
 
     QByteArray report = QStringLiteral("private key: %1 (RSA, %2 bits%3)\n")
                             .arg(privatePath, QString::number(bits),
                                  passphrase.isEmpty() ? QString() : QStringLiteral(", encrypted"))
                             .toUtf8();
     if (!publicPath.isEmpty()) {
-        if (!KeyFile::write(publicPath, key.publicKey().toPEM(), KeyFile::Shared, &errorString))
+        if (!KeyFile::write(publicPath, key.publicKey().toPEM(), KeyFile::Shared, &errorString)) {
             return fail(errorString);
+        }
         report += QStringLiteral("public key: %1\n").arg(publicPath).toUtf8();
     }
     report += "SHA-256 fingerprint: " + base64Fingerprint(key.publicKey(), QCryptographicHash::Sha256) + '\n';
@@ -328,49 +350,60 @@ int SignTool::keygen(const QCommandLineParser &parser)
 
 int SignTool::sign(const QCommandLineParser &parser)
 {
-    if (!parser.isSet(QStringLiteral("key")))
+    if (!parser.isSet(QStringLiteral("key"))) {
         return usageError(QStringLiteral("sign"), QStringLiteral("sign needs --key PRIVATE.pem"));
+    }
     QString passphrase;
-    if (!this->passphrase(parser, &passphrase))
+    if (!this->passphrase(parser, &passphrase)) {
         return Failure;
+    }
     // The key first: a wrong key path fails at once instead of after reading all of standard input.
     const QString keyPath = parser.value(QStringLiteral("key"));
     const KeyFile keyFile(keyPath, passphrase);
-    if (!keyFile.isValid())
+    if (!keyFile.isValid()) {
         return fail(keyFile.errorString());
-    if (!keyFile.isPrivate())
+    }
+    if (!keyFile.isPrivate()) {
         return fail(
             QStringLiteral("key file %1 holds a public key; signing needs the private key").arg(keyPath));
+    }
 
     const QString path = parser.positionalArguments().value(0);
     QByteArray input;
     QJsonDocument document;
     QString errorString;
-    if (!readInput(path, &input, &errorString) || !parseInput(input, Accept::Object, &document, &errorString))
+    if (!readInput(path, &input, &errorString) ||
+        !parseInput(input, Accept::Object, &document, &errorString)) {
         return fail(errorString);
+    }
 
     const vn::crypto::PrivateKey key = keyFile.privateKey();
     const QJsonObject signedObject = vn::crypto::JsonSignature::sign(document.object(), key);
-    if (signedObject.isEmpty())
+    if (signedObject.isEmpty()) {
         return fail(QStringLiteral("cannot sign %1: %2").arg(inputName(path), key.errorString()));
+    }
     const bool compact = parser.isSet(QStringLiteral("compact"));
     QByteArray output =
         QJsonDocument(signedObject).toJson(compact ? QJsonDocument::Compact : QJsonDocument::Indented);
-    if (!output.endsWith('\n'))
+    if (!output.endsWith('\n')) {
         output += '\n';
+    }
     return writeOutput(output) ? Success : Failure;
 }
 
 int SignTool::verify(const QCommandLineParser &parser)
 {
-    if (!parser.isSet(QStringLiteral("key")))
+    if (!parser.isSet(QStringLiteral("key"))) {
         return usageError(QStringLiteral("verify"), QStringLiteral("verify needs --key KEY.pem"));
+    }
     QString passphrase;
-    if (!this->passphrase(parser, &passphrase))
+    if (!this->passphrase(parser, &passphrase)) {
         return Failure;
+    }
     const KeyFile keyFile(parser.value(QStringLiteral("key")), passphrase);
-    if (!keyFile.isValid())
+    if (!keyFile.isValid()) {
         return fail(keyFile.errorString());
+    }
 
     QByteArray input;
     QJsonDocument document;
@@ -381,12 +414,15 @@ int SignTool::verify(const QCommandLineParser &parser)
     }
     const QJsonObject object = document.object();
     const QJsonValue signature = object.value(QLatin1String("signature"));
-    if (signature.isUndefined())
+    if (signature.isUndefined()) {
         return fail(QStringLiteral("verification failed: the object has no \"signature\" member"));
-    if (!signature.isString())
+    }
+    if (!signature.isString()) {
         return fail(QStringLiteral("verification failed: \"signature\" is not a string"));
-    if (!vn::crypto::JsonSignature::verify(object, keyFile.publicKey()))
+    }
+    if (!vn::crypto::JsonSignature::verify(object, keyFile.publicKey())) {
         return fail(QStringLiteral("verification failed: the signature does not match this key and content"));
+    }
     return writeOutput("signature OK\n") ? Success : Failure;
 }
 
@@ -402,8 +438,9 @@ int SignTool::canonicalize(const QCommandLineParser &parser)
     const QJsonValue value =
         document.isObject() ? QJsonValue(document.object()) : QJsonValue(document.array());
     const QByteArray canonical = vn::crypto::JsonCanonical::serialize(value);
-    if (canonical.isEmpty())
+    if (canonical.isEmpty()) {
         return fail(QStringLiteral("the input has no canonical form"));
+    }
     // Exactly the canonical bytes: no newline is added, so the output hashes like the signed bytes.
     return writeOutput(canonical) ? Success : Failure;
 }
@@ -411,25 +448,29 @@ int SignTool::canonicalize(const QCommandLineParser &parser)
 int SignTool::fingerprint(const QCommandLineParser &parser)
 {
     QString passphrase;
-    if (!this->passphrase(parser, &passphrase))
+    if (!this->passphrase(parser, &passphrase)) {
         return Failure;
+    }
     const KeyFile keyFile(parser.positionalArguments().at(0), passphrase);
-    if (!keyFile.isValid())
+    if (!keyFile.isValid()) {
         return fail(keyFile.errorString());
+    }
     const auto algorithm =
         parser.isSet(QStringLiteral("sha1")) ? QCryptographicHash::Sha1 : QCryptographicHash::Sha256;
     const QByteArray fingerprint = base64Fingerprint(keyFile.publicKey(), algorithm);
-    if (fingerprint.isEmpty())
+    if (fingerprint.isEmpty()) {
         return fail(
             QStringLiteral("cannot compute the fingerprint: %1").arg(keyFile.publicKey().errorString()));
+    }
     return writeOutput(fingerprint + '\n') ? Success : Failure;
 }
 
 bool SignTool::passphrase(const QCommandLineParser &parser, QString *passphrase)
 {
     const QString variable = parser.value(QStringLiteral("passphrase-env"));
-    if (variable.isEmpty())
+    if (variable.isEmpty()) {
         return true;
+    }
     if (!qEnvironmentVariableIsSet(variable.toLocal8Bit().constData())) {
         fail(QStringLiteral("environment variable %1 (--passphrase-env) is not set").arg(variable));
         return false;
