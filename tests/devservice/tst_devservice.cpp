@@ -1,12 +1,13 @@
 // The development service library over real HTTP: every endpoint with its statuses, both ways to
 // log in, tokens, the identity chain and resources as a client verifies them, faults on demand,
-// the journal, many clients at once, scenarios, and the services it plays.
+// the journal, scenarios, and the services it plays.
 
 #include "serviceclient.h"
 #include "testjson.h"
 
 #include <devservice.h>
 #include <faultinjector.h>
+#include <httplistener.h>
 #include <tokensigner.h>
 
 #include <VantroCrypto/jsonsignature.h>
@@ -16,16 +17,16 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QLoggingCategory>
-#include <QMutex>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QThread>
+
+#include <httplib.h>
 
 using namespace vn::test;
 using vn::crypto::JsonSignature;
 using vn::crypto::PrivateKey;
 using vn::crypto::PublicKey;
+using vn::devservice::ApiResponse;
 using vn::devservice::DevService;
 using vn::devservice::Fault;
 using vn::devservice::Scenario;
@@ -54,623 +55,581 @@ class TestDevService : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void endpoints_data();
-    void endpoints();
-    void credentialLogin_data();
-    void credentialLogin();
-    void challengeResponse_data();
-    void challengeResponse();
-    void tokens();
-    void refusedWithoutLiveLogin_data();
-    void refusedWithoutLiveLogin();
-    void chainAndResourcesVerifyUnderTheConfiguredRoot();
-    void playedServices_data();
-    void playedServices();
-    void loginsOfTheCaller();
-    void faults_data();
-    void faults();
-    void droppedConnection();
-    void journal();
-    void adminInterface();
-    void clientsLogInAndPollAtOnce();
-    void scenarios();
-    void brokenScenarios_data();
-    void brokenScenarios();
+    void initTestCase()
+    {
+        QLoggingCategory::setFilterRules(QStringLiteral("vantro.devservice*.info=false"));
+        QVERIFY(m_service.listen("127.0.0.1", 0));
+        m_deviceKey = PrivateKey(readFile(DEVSERVICE_SOURCE_DIR "/keys/demo-device.pem"));
+        QVERIFY(
+            QFile::copy(DEVSERVICE_SOURCE_DIR "/demo/token-signing.pem", m_directory.filePath("token.pem")));
+        QVERIFY(
+            QFile::copy(DEVSERVICE_SOURCE_DIR "/demo/identity-account.pem", m_directory.filePath("key.pem")));
+    }
+
+    void endpoints_data()
+    {
+        QTest::addColumn<QString>("user");
+        QTest::addColumn<QByteArray>("method");
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<int>("status");
+        // An object: members the answer has; a number: the length of the array answered.
+        QTest::addColumn<QJsonValue>("expected");
+        auto row = [](const char *name, const QString &user, const char *method, const QString &path,
+                      int status, const QJsonValue &expected = {}, const QByteArray &body = {}) {
+            QTest::newRow(name) << user << QByteArray(method) << path << json(body) << status << expected;
+        };
+        const QString none;
+        row("consumer", demo::Ada, "GET", "consumer", 200,
+            jsonObject("{'name': 'Ada Lovelace', 'email': 'ada@example.com'}"));
+        row("bob's resources", demo::Bob, "GET", "entitled", 200, 5);
+        row("service not entitled", demo::Bob, "GET", "tokens/" + demo::ReportsService, 404);
+        row("not a service", demo::Ada, "GET", "tokens/" + demo::Database, 404);
+        row("unknown login", demo::Ada, "DELETE", "logins/no-such-login", 404);
+        row("password reset", none, "POST", "password-reset", 201,
+            jsonObject("{'username': 'bob@example.com', 'language': 'de'}"),
+            "{'username': 'bob@example.com', 'language': 'de'}");
+        row("reset unknown user", none, "POST", "password-reset", 404, {}, "{'username': 'eve'}");
+        row("challenge for an unknown key", none, "POST", "authenticate", 401, {},
+            "{'authType': 'challenge-response', 'phase': 'challenge', 'fingerprint': 'eHh4'}");
+        row("just below the body limit", none, "POST", "password-reset", 404, {},
+            "{'username': '" + QByteArray(1024 * 1024 - 64, 'a') + "'}");
+        row("just above the body limit", none, "POST", "password-reset", 413, {},
+            QByteArray(1024 * 1024 + 1, ' '));
+        row("GET authenticate", none, "GET", "authenticate", 405);
+        row("POST consumer", demo::Ada, "POST", "consumer", 405, {}, "{}");
+        row("unknown path", demo::Ada, "GET", "nothing/here", 404);
+        row("outside the API", demo::Ada, "GET", "../../favicon.ico", 404);
+        row("path with escapes", demo::Ada, "GET", "consumer%00%2F..", 404);
+    }
+
+    void endpoints()
+    {
+        QFETCH(QString, user);
+        QFETCH(QByteArray, method);
+        QFETCH(QString, path);
+        QFETCH(QByteArray, body);
+        QFETCH(int, status);
+        QFETCH(QJsonValue, expected);
+
+        ServiceClient client(m_service.url());
+        if (!user.isEmpty()) {
+            client.as(user);
+        }
+        const Reply reply = client.send(method, path, body);
+        QCOMPARE(reply.status, status);
+        QCOMPARE(reply.array().size(), expected.toInt());
+        QCOMPARE(subset(reply.object(), expected.toObject()), expected.toObject());
+    }
+
+    void credentialLogin_data()
+    {
+        // Members that replace those of Ada's login, or a body of its own.
+        QTest::addColumn<QJsonObject>("members");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<int>("status");
+        // The user the token acts for, and the session record's "authenticatedAs".
+        QTest::addColumn<QString>("actingUser");
+        QTest::addColumn<QString>("authenticatedAs");
+        auto row = [](const char *name, const char *members, int status,
+                      const QString &actingUser = QString(), const QString &authenticatedAs = QString()) {
+            QTest::newRow(name) << jsonObject(members) << QByteArray() << status << actingUser
+                                << authenticatedAs;
+        };
+        row("ada", "{'username': ' ada@example.com '}", 200, demo::Ada);
+        row("ada as bob", "{'impersonate': 'bob@example.com'}", 200, demo::Bob, demo::Ada);
+        row("bob as ada",
+            "{'username': 'bob@example.com', 'password': 'bob-demo-password', 'impersonate': "
+            "'ada@example.com'}",
+            403);
+        row("ada as nobody", "{'impersonate': 'eve@example.com'}", 403);
+        row("wrong password", "{'password': 'bob-demo-password'}", 401);
+        row("user name a number", "{'username': 42}", 400);
+        row("persistent a string", "{'persistent': 'yes'}", 400);
+        QTest::newRow("deep nesting")
+            << QJsonObject() << QByteArray(100000, '[') << 400 << QString() << QString();
+    }
+
+    void credentialLogin()
+    {
+        QFETCH(QJsonObject, members);
+        QFETCH(QByteArray, body);
+        QFETCH(int, status);
+        QFETCH(QString, actingUser);
+        QFETCH(QString, authenticatedAs);
+
+        QJsonObject login = jsonObject("{'authType': 'credentials', 'username': 'ada@example.com', "
+                                       "'password': 'ada-demo-password', 'hostInfo': 'WS-17'}");
+        for (auto it = members.begin(); it != members.end(); ++it) {
+            login.insert(it.key(), it.value());
+        }
+        ServiceClient client(m_service.url());
+        const Reply reply =
+            client.send("POST", "authenticate", body.isEmpty() ? QJsonDocument(login).toJson() : body);
+        QCOMPARE(reply.status, status);
+        client.setToken(reply.text("token").toLatin1());
+        QCOMPARE(client.get("consumer").text("email"), actingUser);
+        const Reply session = client.get("logins/current");
+        QCOMPARE(session.text("authenticatedAs"), authenticatedAs);
+        QCOMPARE(session.text("hostInfo"), QString(status == 200 ? "WS-17" : ""));
+    }
+
+    void challengeResponse_data()
+    {
+        // The id sent instead of the challenge's own, if any.
+        QTest::addColumn<QJsonValue>("id");
+        QTest::addColumn<bool>("wrongAnswer");
+        QTest::addColumn<int>("challengeLifetime");
+        QTest::addColumn<int>("status");
+        // An answer uses the challenge up, right or wrong; a request that names none does not.
+        QTest::addColumn<int>("rightAnswerAfterwards");
+        QTest::newRow("right answer") << QJsonValue() << false << 60000 << 200 << 401;
+        QTest::newRow("wrong answer") << QJsonValue() << true << 60000 << 401 << 401;
+        QTest::newRow("unknown challenge") << QJsonValue("x") << false << 60000 << 401 << 200;
+        QTest::newRow("no challenge id") << QJsonValue(QJsonValue::Undefined) << false << 60000 << 400 << 200;
+        QTest::newRow("expired") << QJsonValue() << false << 0 << 401 << 401;
+    }
+
+    void challengeResponse()
+    {
+        QFETCH(QJsonValue, id);
+        QFETCH(bool, wrongAnswer);
+        QFETCH(int, challengeLifetime);
+        QFETCH(int, status);
+        QFETCH(int, rightAnswerAfterwards);
+
+        ServiceClient client(m_service.url());
+        m_service.setChallengeLifetime(challengeLifetime);
+        const auto [issued, secret] = challenge(client);
+        m_service.setChallengeLifetime(DevService::DefaultChallengeLifetime);
+        QByteArray given = secret;
+        given[0] = char(given.at(0) ^ (wrongAnswer ? 1 : 0));
+        const Reply reply = answer(client, id.isNull() ? issued : id, given);
+        QCOMPARE(reply.status, status);
+        client.setToken(reply.text("token").toLatin1());
+        QCOMPARE(client.get("logins/current").text("authenticatedAs"),
+                 QString(status == 200 ? "demo-device" : ""));
+        QCOMPARE(answer(client, issued, secret).status, rightAnswerAfterwards);
+    }
+
+    void tokens()
+    {
+        m_service.setSettings({900, 120, DevService::DefaultChallengeLifetime});
+        ServiceClient client(m_service.url());
+        const QByteArray token = client.login(demo::Ada, demo::AdaPassword);
+        client.setToken(token);
+        const QByteArray serviceToken = client.get("tokens/" + demo::FilesService).text("token").toLatin1();
+        m_service.setSettings({});
+        const PublicKey tokenKey = PrivateKey(readFile(m_directory.filePath("token.pem"))).publicKey();
+        for (const auto &[issued, audience, lifetime] :
+             {std::make_tuple(token, "vantro-account", 900.0),
+              std::make_tuple(serviceToken, "demo-files", 120.0)}) {
+            // The account library decodes with the standard alphabet and needs no padding.
+            QVERIFY2(!issued.contains('-') && !issued.contains('_') && !issued.contains('='),
+                     issued.constData());
+            QCOMPARE(QByteArray::fromBase64(issued.split('.').at(0)),
+                     QByteArray(R"({"alg":"RS256","typ":"JWT"})"));
+            QVERIFY(vn::devservice::TokenSigner::verify(issued, tokenKey));
+            const QJsonObject claims = vn::devservice::TokenSigner::readClaims(issued);
+            const QJsonObject expected{{"iss", QStringLiteral("http://127.0.0.1:%1").arg(m_service.port())},
+                                       {"sub", demo::AdaConsumerId},
+                                       {"aud", audience}};
+            QCOMPARE(subset(claims, expected), expected);
+            QCOMPARE(claims.value("exp").toDouble() - claims.value("iat").toDouble(), lifetime);
+        }
+    }
+
+    void refusedWithoutLiveLogin_data()
+    {
+        QTest::addColumn<QString>("credential");
+        QTest::newRow("no authorization") << QString();
+        QTest::newRow("unknown token") << "eyJhbGciOiJSUzI1NiJ9.e30.c2ln";
+        QTest::newRow("logged out") << "logged out";
+        QTest::newRow("login deleted from elsewhere") << "deleted";
+        QTest::newRow("token expired") << "expired";
+    }
+
+    void refusedWithoutLiveLogin()
+    {
+        QFETCH(QString, credential);
+
+        ServiceClient client(m_service.url());
+        client.setToken(credential.toLatin1());
+        if (!credential.isEmpty() && !credential.startsWith("ey")) {
+            m_service.setTokenLifetime(credential == "expired" ? 0 : DevService::DefaultTokenLifetime);
+            const QString id = client.as(demo::Ada).get("logins/current").text("id");
+            m_service.setTokenLifetime(DevService::DefaultTokenLifetime);
+            if (credential == "logged out") {
+                QCOMPARE(client.send("DELETE", "logins/current").status, 200);
+            } else if (credential == "deleted") {
+                QCOMPARE(ServiceClient(m_service.url()).as(demo::Ada).send("DELETE", "logins/" + id).status,
+                         200);
+            }
+        }
+        for (const QString endpoint : {"GET logins/current", "GET consumer", "GET account/identity",
+                                       "GET entitled", "GET tokens/e229d538-f031-47f0-8501-7318f794bdf8",
+                                       "GET logins", "DELETE logins/some-login", "DELETE logins/current"}) {
+            const Reply reply = client.send(endpoint.section(' ', 0, 0).toLatin1(), endpoint.section(' ', 1));
+            QCOMPARE(QString(endpoint + ' ' + QString::number(reply.status) + ' ' +
+                             QString(reply.wwwAuthenticate)),
+                     QString(endpoint + " 401 Bearer"));
+        }
+    }
+
+    void chainAndResourcesVerifyUnderTheConfiguredRoot()
+    {
+        // The configuration the service writes is what a client trusts: check it as the client does.
+        const QString path = m_directory.filePath("account.json");
+        QVERIFY(m_service.writeConfiguration(path));
+        QCOMPARE(QFile::permissions(path) & (QFileDevice::ReadOther | QFileDevice::WriteOther),
+                 QFileDevice::Permissions(QFileDevice::ReadOther));
+        const QJsonObject configuration = QJsonDocument::fromJson(readFile(path)).object();
+        QVERIFY(JsonSignature::verify(configuration, PublicKey(QStringLiteral(ACCOUNT_CONFIG_KEY))));
+        QString parent = QStringLiteral("root");
+        QHash<QString, PublicKey> keys{{parent, publicKeyOf(configuration.value("rootIdentity"))}};
+
+        ServiceClient client(m_service.url());
+        const QJsonArray chain = client.as(demo::Ada).get("account/identity").array();
+        QCOMPARE(chain.size(), 2);
+        for (const QJsonValue &record : chain) {
+            QVERIFY(JsonSignature::verify(record.toObject(),
+                                          keys.value(record.toObject().value("parent").toString())));
+            QCOMPARE(record.toObject().value("parent").toString(), parent);
+            parent = record.toObject().value("id").toString();
+            keys.insert(parent, publicKeyOf(record));
+        }
+        // Each played service on an origin of its own, named by its signed record.
+        QSet<QString> origins{m_service.url().adjusted(QUrl::RemovePath).toString()};
+        for (const QJsonValue &resource : client.get("entitled").array()) {
+            QVERIFY(JsonSignature::verify(resource.toObject(),
+                                          keys.value(resource.toObject().value("issuer").toString())));
+            const QJsonObject payload = resource.toObject().value("payload").toObject();
+            if (payload.contains("service")) {
+                const QUrl url(payload.value("url").toString());
+                QCOMPARE(url, m_service.playedServiceUrl(payload.value("service").toString()));
+                origins.insert(url.adjusted(QUrl::RemovePath).toString());
+            }
+        }
+        QCOMPARE(origins.size(), 3);
+    }
+
+    void playedServices_data()
+    {
+        QTest::addColumn<QString>("service");
+        QTest::addColumn<QString>("bearer");
+        QTest::addColumn<QByteArray>("method");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QJsonObject>("expected");
+        auto row = [](const char *name, const char *service, const char *bearer, int status,
+                      const char *expected, const char *method = "GET") {
+            QTest::newRow(name) << QString(service) << QString(bearer) << QByteArray(method) << status
+                                << jsonObject(expected);
+        };
+        const char *otherAudience = "{'error': 'the token is not for this service'}";
+        row("files, own token", "demo-files", "demo-files", 200,
+            "{'service': 'demo-files', 'path': '/api/v1/items', 'subject': "
+            "'d99d9154-7a9c-4694-a1c7-0e2359e87f70', "
+            "'name': 'Ada Lovelace'}");
+        row("reports, own token", "demo-reports", "demo-reports", 200, "{'service': 'demo-reports'}");
+        row("no token", "demo-files", "", 401, "{'error': 'a bearer token is required'}");
+        row("token for the other service", "demo-files", "demo-reports", 401, otherAudience);
+        row("token of the account", "demo-reports", "account", 401, otherAudience);
+        row("expired", "demo-files", "expired", 401, "{'error': 'the token has expired'}");
+        row("signature of another token", "demo-files", "tampered", 401,
+            "{'error': 'the token\\u0027s signature does not verify'}");
+        row("POST", "demo-files", "demo-files", 405, "{'error': 'method not allowed'}", "POST");
+    }
+
+    void playedServices()
+    {
+        QFETCH(QString, service);
+        QFETCH(QString, bearer);
+        QFETCH(QByteArray, method);
+        QFETCH(int, status);
+        QFETCH(QJsonObject, expected);
+
+        ServiceClient ada(m_service.url());
+        const QByteArray account = ada.login(demo::Ada, demo::AdaPassword);
+        ada.setToken(account);
+        m_service.setServiceTokenLifetime(bearer == "expired" ? -1 : 60);
+        const QByteArray files = ada.get("tokens/" + demo::FilesService).text("token").toLatin1();
+        m_service.setServiceTokenLifetime(60);
+        const QHash<QString, QByteArray> tokens{
+            {"demo-files", files},
+            {"expired", files},
+            {"demo-reports", ada.get("tokens/" + demo::ReportsService).text("token").toLatin1()},
+            {"account", account},
+            {"tampered", files.left(files.lastIndexOf('.')) + account.mid(account.lastIndexOf('.'))}};
+
+        ServiceClient client(m_service.playedServiceUrl(service));
+        client.setToken(tokens.value(bearer));
+        const Reply reply = client.send(method, "items");
+        QCOMPARE(reply.status, status);
+        // Who called, or what was wrong, but never the token.
+        QCOMPARE(subset(reply.object(), expected), expected);
+        QCOMPARE(reply.wwwAuthenticate, QByteArray(status == 401 ? "Bearer" : ""));
+    }
+
+    void loginsOfTheCaller()
+    {
+        // Logins of earlier test functions would show in the list: start from a fresh scenario.
+        QVERIFY(m_service.setScenario(m_service.scenario()));
+        ServiceClient first(m_service.url());
+        ServiceClient second(m_service.url());
+        ServiceClient bob(m_service.url());
+        const QString firstId = first.as(demo::Ada).get("logins/current").text("id");
+        const QString secondId = second.as(demo::Ada).get("logins/current").text("id");
+        const QString bobId = bob.as(demo::Bob).get("logins/current").text("id");
+        const QJsonArray logins = first.get("logins?format=all_fields").array();
+        QCOMPARE(logins.size(), 2);
+        QCOMPARE(QString(logins.at(0).toObject().value("id").toString() + ' ' +
+                         logins.at(1).toObject().value("id").toString()),
+                 QString(firstId + ' ' + secondId));
+        // Another user's login is answered as if it did not exist, and lives on.
+        QCOMPARE(first.send("DELETE", "logins/" + bobId).status, 404);
+        QCOMPARE(bob.get("consumer").status, 200);
+    }
+
+    void faults_data()
+    {
+        QTest::addColumn<QJsonObject>("fault");
+        QTest::addColumn<QStringList>("outcomes");
+        QTest::addColumn<int>("remaining");
+        auto row = [](const char *name, const char *fault, const QStringList &outcomes, int remaining = 0) {
+            QTest::newRow(name) << jsonObject(fault) << outcomes << remaining;
+        };
+        row("status twice", "{'path': 'api/v1/consumer', 'count': 2, 'status': 503}", {"503", "503", "200"});
+        row("malformed body", "{'path': 'api/v1/consumer', 'malformedBody': true}", {"200!", "200"});
+        row("delay", "{'path': 'api/v1/consumer', 'status': 503, 'delay': 300}", {"503", "200"});
+        row("leading slash", "{'path': '/api/v1/consumer', 'status': 502}", {"502", "200"});
+        row("path prefix", "{'path': 'api/v1/*', 'status': 429}", {"429", "200"});
+        row("other path", "{'path': 'api/v1/entitled', 'status': 500}", {"200", "200"}, 1);
+        row("other method", "{'path': 'api/v1/consumer', 'status': 500, 'method': 'post'}", {"200", "200"},
+            1);
+    }
+
+    void faults()
+    {
+        QFETCH(QJsonObject, fault);
+        QFETCH(QStringList, outcomes);
+        QFETCH(int, remaining);
+
+        ServiceClient client(m_service.url());
+        client.as(demo::Bob);
+        m_service.clearFaults();
+        // As written, so that adding the fault is what drops the leading "/" and reads the method.
+        Fault added = Fault::fromJson(fault);
+        added.path = fault.value("path").toString();
+        added.method = fault.value("method").toString().toLatin1();
+        m_service.addFault(added);
+        QElapsedTimer timer;
+        timer.start();
+        QStringList seen{client.get("consumer").outcome()};
+        QVERIFY(timer.elapsed() >= added.delay);
+        while (seen.size() < outcomes.size()) {
+            seen.append(client.get("consumer").outcome());
+        }
+        QCOMPARE(seen, outcomes);
+        // A fault that never matched is still waiting; one that did is used up.
+        QCOMPARE(m_service.faults().size(), remaining);
+    }
+
+    // A client that reads no body after a 204 or a 304 would take one for the start of the next answer.
+    void answersWithoutBody()
+    {
+        for (const auto &[status, body] : {std::make_pair(200, "{\"error\":\"injected fault\"}"),
+                                           std::make_pair(204, ""), std::make_pair(304, "")}) {
+            httplib::Response response;
+            vn::devservice::HttpListener::write(response, ApiResponse::error(status, "injected fault"));
+            QCOMPARE(response.body, std::string(body));
+        }
+    }
+
+    void droppedConnection()
+    {
+        ServiceClient client(m_service.url());
+        client.as(demo::Bob);
+        m_service.clearFaults();
+        m_service.addFault(
+            Fault::fromJson({{"path", "api/v1/logins"}, {"count", 2}, {"dropConnection", true}}));
+        // Qt re-sends a request once when its connection closes before any answer, so one client
+        // request may use up both drops; the service drops exactly two requests whatever the client does.
+        QCOMPARE(client.get("logins").outcome(), QStringLiteral("dropped"));
+        const QString second = client.get("logins").outcome();
+        QCOMPARE(second == "200" ? second : client.get("logins").outcome(), QStringLiteral("200"));
+        QVERIFY(m_service.faults().isEmpty());
+    }
+
+    void journal()
+    {
+        ServiceClient client(m_service.url());
+        const QByteArray token = client.login(demo::Ada, demo::AdaPassword);
+        client.setToken(token);
+        ServiceClient files(m_service.playedServiceUrl("demo-files"));
+        files.setToken(client.get("tokens/" + demo::FilesService).text("token").toLatin1());
+        m_service.clearJournal();
+        client.send("POST", "logins?format=all_fields", "{\"a\": 1}");
+        files.get("items");
+
+        const QList<DevService::ReceivedRequest> journal = m_service.journal();
+        QCOMPARE(journal.size(), 2);
+        const auto &first = journal.at(0);
+        QCOMPARE(QByteArray(first.method + ' ' + first.path + '?' + first.query + ' ' + first.body),
+                 QByteArray("POST /api/v1/logins?format=all_fields {\"a\": 1}"));
+        QCOMPARE(QByteArray(first.headers.value("authorization") + ' ' + first.headers.value("content-type")),
+                 QByteArray("Bearer " + token + " application/json"));
+        QCOMPARE(QString(first.service + '|' + journal.at(1).service), QStringLiteral("|demo-files"));
+        // The oldest go first.
+        m_service.setJournalLimit(1);
+        QCOMPARE(m_service.journal().constFirst().service, QStringLiteral("demo-files"));
+        client.get("consumer");
+        QCOMPARE(m_service.journal().size(), 1);
+        m_service.setJournalLimit(DevService::DefaultJournalLimit);
+    }
+
+    void adminInterface()
+    {
+        ServiceClient client(m_service.url());
+        client.as(demo::Bob);
+        m_service.clearFaults();
+        QCOMPARE(
+            client.send("POST", Admin, json("{'path': 'api/v1/entitled', 'status': 502, 'count': 2}")).status,
+            201);
+        const Reply added =
+            client.send("POST", Admin,
+                        json("[{'path': 'api/v1/consumer', 'malformedBody': true}, "
+                             "{'path': '/api/v1/logins/*', 'method': 'delete', 'count': 3}]"));
+        QCOMPARE(added.array().size(), 3);
+        QCOMPARE(added.array().at(2).toObject(),
+                 jsonObject("{'path': 'api/v1/logins/*', 'method': 'DELETE', 'count': 3, "
+                            "'status': 0, 'delay': 0, 'malformedBody': false, "
+                            "'dropConnection': false}"));
+        // Faults that do not read are refused, all of them.
+        for (const char *refused : {"{'status': 500}", "[{'path': 'api/v1/consumer'}, {'path': 5}]",
+                                    "{'path': 'api/v1/consumer', 'status': 42}", "path=api/v1/consumer"}) {
+            QCOMPARE(client.send("POST", Admin, json(refused)).status, 400);
+        }
+        QCOMPARE(client.get("entitled").outcome(), QStringLiteral("502"));
+        QCOMPARE(client.get("consumer").outcome(), QStringLiteral("200!"));
+        QCOMPARE(client.get(Admin).array().size(), 2);
+        QCOMPARE(client.send("DELETE", Admin).array(), QJsonArray());
+        QCOMPARE(client.get("entitled").outcome(), QStringLiteral("200"));
+
+        // Only loopback peers, as the HTTP layer reports them, may use it.
+        vn::devservice::FaultInjector injector;
+        const QList<QPair<std::string, int>> peers{{"127.0.0.1", 200},
+                                                   {"::1", 200},
+                                                   {"::ffff:127.0.0.1", 200},
+                                                   {"192.0.2.7", 403},
+                                                   {"::ffff:192.0.2.7", 403}};
+        for (const auto &[peer, status] : peers) {
+            QCOMPARE(QString::fromStdString(peer + ' ' +
+                                            std::to_string(injector.serveAdmin("GET", {}, peer).status)),
+                     QString::fromStdString(peer + ' ' + std::to_string(status)));
+        }
+    }
+
+    // The demo is itself a scenario file; this one leaves out what can be left out.
+    void scenarios()
+    {
+        const QString path = m_directory.filePath("small.json");
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(json(SmallScenario)) > 0);
+        file.close();
+        const Scenario scenario = Scenario::fromFile(path);
+        // A consumer identifier left out is derived from the user name: the same on every start.
+        QCOMPARE(scenario.users().at(0).consumer,
+                 jsonObject("{'id': 'f3de4a43-9e7b-5008-b232-b91d0c74c789', 'name': "
+                            "'carol', 'email': 'carol', 'permissions': [], 'roles': []}"));
+
+        // A new scenario ends the logins, and the played services follow it; an invalid one changes nothing.
+        DevService service;
+        QVERIFY(service.listen("127.0.0.1", 0));
+        ServiceClient client(service.url());
+        client.as(demo::Ada);
+        QVERIFY(!service.setScenario(Scenario()));
+        QCOMPARE(client.get("consumer").status, 200);
+        QVERIFY(service.setScenario(scenario));
+        QCOMPARE(client.get("consumer").status, 401);
+        QVERIFY(service.playedServiceUrl("demo-files").isEmpty() && !service.playedServiceUrl("s").isEmpty());
+        client.setToken(client.login("carol", "carol-secret"));
+        QCOMPARE(client.get("tokens/svc").status, 200);
+        QCOMPARE(client.get("account/identity").array().at(0).toObject().value("parent").toString(),
+                 QStringLiteral("root"));
+
+        // Keys that are not named are generated once per process.
+        QJsonObject generated = jsonObject(SmallScenario);
+        generated.insert("identities", QJsonArray{jsonObject("{'id': 'team', 'bits': 2048}")});
+        generated.remove(QStringLiteral("tokenKeyFile"));
+        const Scenario first = Scenario::fromJson(generated, m_directory.path());
+        const Scenario second = Scenario::fromJson(generated, m_directory.path());
+        QCOMPARE(first.identities().at(0).privateKey.bits(), 2048);
+        QCOMPARE(second.identities().at(0).privateKey.toPEM(), first.identities().at(0).privateKey.toPEM());
+        QCOMPARE(second.tokenKey().toPEM(), first.tokenKey().toPEM());
+        QVERIFY(first.tokenKey().toPEM() != first.identities().at(0).privateKey.toPEM());
+    }
+
+    void brokenScenarios_data()
+    {
+        // Members that replace those of the small scenario, and the start of the error message.
+        QTest::addColumn<QByteArray>("members");
+        QTest::addColumn<QString>("error");
+        auto row = [](const char *name, const char *members, const char *error) {
+            QTest::newRow(name) << json(members) << QString(error);
+        };
+        row("user twice", "{'users': [{'username': 'x'}, {'username': 'x'}]}", "users[1].username:");
+        row("resource issuer unknown", "{'resources': [{'id': 'r', 'type': 't', 'issuer': 'x'}]}",
+            "resources[0].issuer:");
+        row("resource for nobody", "{'resources': [{'id': 'r', 'type': 't', 'users': ['eve']}]}",
+            "resources[0].users:");
+        row("played service without a name",
+            "{'resources': [{'id': 'r', 'type': 'vantro.resource.Service'}]}",
+            "resources[0].payload.service:");
+    }
+
+    void brokenScenarios()
+    {
+        QFETCH(QByteArray, members);
+        QFETCH(QString, error);
+
+        QJsonObject document = jsonObject(SmallScenario);
+        const QJsonObject replaced = QJsonDocument::fromJson(members).object();
+        for (auto it = replaced.begin(); it != replaced.end(); ++it) {
+            document.insert(it.key(), it.value());
+        }
+        QString message;
+        QVERIFY(!Scenario::fromJson(document, m_directory.path(), &message).isValid());
+        QVERIFY2(message.startsWith(error), qPrintable(message));
+    }
 
 private:
     // A challenge for the demo device: its id, and its secret as the device key opens it.
-    QPair<QJsonValue, QByteArray> challenge(ServiceClient &client);
+    QPair<QJsonValue, QByteArray> challenge(ServiceClient &client)
+    {
+        const Reply issued =
+            client.post("authenticate", {{"authType", "challenge-response"},
+                                         {"phase", "challenge"},
+                                         {"fingerprint", QString(m_deviceKey.fingerPrint().toBase64())}});
+        return {issued.object().value("id"),
+                PrivateKey(m_deviceKey).decrypt(QByteArray::fromBase64(issued.text("challenge").toLatin1()))};
+    }
+
     // An undefined @p id sends none.
-    Reply answer(ServiceClient &client, const QJsonValue &id, const QByteArray &secret);
+    Reply answer(ServiceClient &client, const QJsonValue &id, const QByteArray &secret)
+    {
+        QJsonObject body{{"authType", "challenge-response"},
+                         {"phase", "response"},
+                         {"challenge", QString(secret.toBase64())}};
+        if (!id.isUndefined()) {
+            body.insert("challengeId", id);
+        }
+        return client.post("authenticate", body);
+    }
 
     DevService m_service;
     PrivateKey m_deviceKey;
     QTemporaryDir m_directory;
-    QMutex m_mutex;
 };
-
-void TestDevService::initTestCase()
-{
-    QLoggingCategory::setFilterRules(QStringLiteral("vantro.devservice*.info=false"));
-    QVERIFY(m_service.listen("127.0.0.1", 0));
-    m_deviceKey = PrivateKey(readFile(DEVSERVICE_SOURCE_DIR "/keys/demo-device.pem"));
-    QVERIFY(QFile::copy(DEVSERVICE_SOURCE_DIR "/demo/token-signing.pem", m_directory.filePath("token.pem")));
-    QVERIFY(QFile::copy(DEVSERVICE_SOURCE_DIR "/demo/identity-account.pem", m_directory.filePath("key.pem")));
-}
-
-QPair<QJsonValue, QByteArray> TestDevService::challenge(ServiceClient &client)
-{
-    const Reply issued =
-        client.post("authenticate", {{"authType", "challenge-response"},
-                                     {"phase", "challenge"},
-                                     {"fingerprint", QString(m_deviceKey.fingerPrint().toBase64())}});
-    return {issued.object().value("id"),
-            PrivateKey(m_deviceKey).decrypt(QByteArray::fromBase64(issued.text("challenge").toLatin1()))};
-}
-
-Reply TestDevService::answer(ServiceClient &client, const QJsonValue &id, const QByteArray &secret)
-{
-    QJsonObject body{
-        {"authType", "challenge-response"}, {"phase", "response"}, {"challenge", QString(secret.toBase64())}};
-    if (!id.isUndefined()) {
-        body.insert("challengeId", id);
-    }
-    return client.post("authenticate", body);
-}
-
-void TestDevService::endpoints_data()
-{
-    QTest::addColumn<QString>("user");
-    QTest::addColumn<QByteArray>("method");
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<int>("status");
-    // An object: members the answer has; a number: the length of the array answered.
-    QTest::addColumn<QJsonValue>("expected");
-    auto row = [](const char *name, const QString &user, const char *method, const QString &path, int status,
-                  const QJsonValue &expected = {}, const QByteArray &body = {}) {
-        QTest::newRow(name) << user << QByteArray(method) << path << json(body) << status << expected;
-    };
-    const QString none;
-    row("consumer", demo::Ada, "GET", "consumer", 200,
-        jsonObject("{'name': 'Ada Lovelace', 'email': 'ada@example.com'}"));
-    row("bob's resources", demo::Bob, "GET", "entitled", 200, 5);
-    row("service not entitled", demo::Bob, "GET", "tokens/" + demo::ReportsService, 404);
-    row("not a service", demo::Ada, "GET", "tokens/" + demo::Database, 404);
-    row("unknown login", demo::Ada, "DELETE", "logins/no-such-login", 404);
-    row("password reset", none, "POST", "password-reset", 201,
-        jsonObject("{'username': 'bob@example.com', 'language': 'de'}"),
-        "{'username': 'bob@example.com', 'language': 'de'}");
-    row("reset unknown user", none, "POST", "password-reset", 404, {}, "{'username': 'eve'}");
-    row("challenge for an unknown key", none, "POST", "authenticate", 401, {},
-        "{'authType': 'challenge-response', 'phase': 'challenge', 'fingerprint': 'eHh4'}");
-    row("just below the body limit", none, "POST", "password-reset", 404, {},
-        "{'username': '" + QByteArray(1024 * 1024 - 64, 'a') + "'}");
-    row("just above the body limit", none, "POST", "password-reset", 413, {},
-        QByteArray(1024 * 1024 + 1, ' '));
-    row("GET authenticate", none, "GET", "authenticate", 405);
-    row("POST consumer", demo::Ada, "POST", "consumer", 405, {}, "{}");
-    row("unknown path", demo::Ada, "GET", "nothing/here", 404);
-    row("outside the API", demo::Ada, "GET", "../../favicon.ico", 404);
-    row("path with escapes", demo::Ada, "GET", "consumer%00%2F..", 404);
-}
-
-void TestDevService::endpoints()
-{
-    QFETCH(QString, user);
-    QFETCH(QByteArray, method);
-    QFETCH(QString, path);
-    QFETCH(QByteArray, body);
-    QFETCH(int, status);
-    QFETCH(QJsonValue, expected);
-
-    ServiceClient client(m_service.url());
-    if (!user.isEmpty()) {
-        client.as(user);
-    }
-    const Reply reply = client.send(method, path, body);
-    QCOMPARE(reply.status, status);
-    QCOMPARE(reply.array().size(), expected.toInt());
-    QCOMPARE(subset(reply.object(), expected.toObject()), expected.toObject());
-}
-
-void TestDevService::credentialLogin_data()
-{
-    // Members that replace those of Ada's login, or a body of its own.
-    QTest::addColumn<QJsonObject>("members");
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<int>("status");
-    // The user the token acts for, and the session record's "authenticatedAs".
-    QTest::addColumn<QString>("actingUser");
-    QTest::addColumn<QString>("authenticatedAs");
-    auto row = [](const char *name, const char *members, int status, const QString &actingUser = QString(),
-                  const QString &authenticatedAs = QString()) {
-        QTest::newRow(name) << jsonObject(members) << QByteArray() << status << actingUser << authenticatedAs;
-    };
-    row("ada", "{'username': ' ada@example.com '}", 200, demo::Ada);
-    row("ada as bob", "{'impersonate': 'bob@example.com'}", 200, demo::Bob, demo::Ada);
-    row("bob as ada",
-        "{'username': 'bob@example.com', 'password': 'bob-demo-password', 'impersonate': 'ada@example.com'}",
-        403);
-    row("ada as nobody", "{'impersonate': 'eve@example.com'}", 403);
-    row("wrong password", "{'password': 'bob-demo-password'}", 401);
-    row("user name a number", "{'username': 42}", 400);
-    row("persistent a string", "{'persistent': 'yes'}", 400);
-    QTest::newRow("deep nesting") << QJsonObject() << QByteArray(100000, '[') << 400 << QString()
-                                  << QString();
-}
-
-void TestDevService::credentialLogin()
-{
-    QFETCH(QJsonObject, members);
-    QFETCH(QByteArray, body);
-    QFETCH(int, status);
-    QFETCH(QString, actingUser);
-    QFETCH(QString, authenticatedAs);
-
-    QJsonObject login = jsonObject("{'authType': 'credentials', 'username': 'ada@example.com', "
-                                   "'password': 'ada-demo-password', 'hostInfo': 'WS-17'}");
-    for (auto it = members.begin(); it != members.end(); ++it) {
-        login.insert(it.key(), it.value());
-    }
-    ServiceClient client(m_service.url());
-    const Reply reply =
-        client.send("POST", "authenticate", body.isEmpty() ? QJsonDocument(login).toJson() : body);
-    QCOMPARE(reply.status, status);
-    client.setToken(reply.text("token").toLatin1());
-    QCOMPARE(client.get("consumer").text("email"), actingUser);
-    const Reply session = client.get("logins/current");
-    QCOMPARE(session.text("authenticatedAs"), authenticatedAs);
-    QCOMPARE(session.text("hostInfo"), QString(status == 200 ? "WS-17" : ""));
-}
-
-void TestDevService::challengeResponse_data()
-{
-    // The id sent instead of the challenge's own, if any.
-    QTest::addColumn<QJsonValue>("id");
-    QTest::addColumn<bool>("wrongAnswer");
-    QTest::addColumn<int>("challengeLifetime");
-    QTest::addColumn<int>("status");
-    // An answer uses the challenge up, right or wrong; a request that names none does not.
-    QTest::addColumn<int>("rightAnswerAfterwards");
-    QTest::newRow("right answer") << QJsonValue() << false << 60000 << 200 << 401;
-    QTest::newRow("wrong answer") << QJsonValue() << true << 60000 << 401 << 401;
-    QTest::newRow("unknown challenge") << QJsonValue("x") << false << 60000 << 401 << 200;
-    QTest::newRow("no challenge id") << QJsonValue(QJsonValue::Undefined) << false << 60000 << 400 << 200;
-    QTest::newRow("expired") << QJsonValue() << false << 0 << 401 << 401;
-}
-
-void TestDevService::challengeResponse()
-{
-    QFETCH(QJsonValue, id);
-    QFETCH(bool, wrongAnswer);
-    QFETCH(int, challengeLifetime);
-    QFETCH(int, status);
-    QFETCH(int, rightAnswerAfterwards);
-
-    ServiceClient client(m_service.url());
-    m_service.setChallengeLifetime(challengeLifetime);
-    const auto [issued, secret] = challenge(client);
-    m_service.setChallengeLifetime(DevService::DefaultChallengeLifetime);
-    QByteArray given = secret;
-    given[0] = char(given.at(0) ^ (wrongAnswer ? 1 : 0));
-    const Reply reply = answer(client, id.isNull() ? issued : id, given);
-    QCOMPARE(reply.status, status);
-    client.setToken(reply.text("token").toLatin1());
-    QCOMPARE(client.get("logins/current").text("authenticatedAs"),
-             QString(status == 200 ? "demo-device" : ""));
-    QCOMPARE(answer(client, issued, secret).status, rightAnswerAfterwards);
-}
-
-void TestDevService::tokens()
-{
-    m_service.setSettings({900, 120, DevService::DefaultChallengeLifetime});
-    ServiceClient client(m_service.url());
-    const QByteArray token = client.login(demo::Ada, demo::AdaPassword);
-    client.setToken(token);
-    const QByteArray serviceToken = client.get("tokens/" + demo::FilesService).text("token").toLatin1();
-    m_service.setSettings({});
-    const PublicKey tokenKey = PrivateKey(readFile(m_directory.filePath("token.pem"))).publicKey();
-    for (const auto &[issued, audience, lifetime] : {std::make_tuple(token, "vantro-account", 900.0),
-                                                     std::make_tuple(serviceToken, "demo-files", 120.0)}) {
-        // The account library decodes with the standard alphabet and needs no padding.
-        QVERIFY2(!issued.contains('-') && !issued.contains('_') && !issued.contains('='), issued.constData());
-        QCOMPARE(QByteArray::fromBase64(issued.split('.').at(0)),
-                 QByteArray(R"({"alg":"RS256","typ":"JWT"})"));
-        QVERIFY(vn::devservice::TokenSigner::verify(issued, tokenKey));
-        const QJsonObject claims = vn::devservice::TokenSigner::readClaims(issued);
-        const QJsonObject expected{{"iss", QStringLiteral("http://127.0.0.1:%1").arg(m_service.port())},
-                                   {"sub", demo::AdaConsumerId},
-                                   {"aud", audience}};
-        QCOMPARE(subset(claims, expected), expected);
-        QCOMPARE(claims.value("exp").toDouble() - claims.value("iat").toDouble(), lifetime);
-    }
-}
-
-void TestDevService::refusedWithoutLiveLogin_data()
-{
-    QTest::addColumn<QString>("credential");
-    QTest::newRow("no authorization") << QString();
-    QTest::newRow("unknown token") << "eyJhbGciOiJSUzI1NiJ9.e30.c2ln";
-    QTest::newRow("logged out") << "logged out";
-    QTest::newRow("login deleted from elsewhere") << "deleted";
-    QTest::newRow("token expired") << "expired";
-}
-
-void TestDevService::refusedWithoutLiveLogin()
-{
-    QFETCH(QString, credential);
-
-    ServiceClient client(m_service.url());
-    client.setToken(credential.toLatin1());
-    if (!credential.isEmpty() && !credential.startsWith("ey")) {
-        m_service.setTokenLifetime(credential == "expired" ? 0 : DevService::DefaultTokenLifetime);
-        const QString id = client.as(demo::Ada).get("logins/current").text("id");
-        m_service.setTokenLifetime(DevService::DefaultTokenLifetime);
-        if (credential == "logged out") {
-            QCOMPARE(client.send("DELETE", "logins/current").status, 200);
-        } else if (credential == "deleted") {
-            QCOMPARE(ServiceClient(m_service.url()).as(demo::Ada).send("DELETE", "logins/" + id).status, 200);
-        }
-    }
-    for (const QString endpoint : {"GET logins/current", "GET consumer", "GET account/identity",
-                                   "GET entitled", "GET tokens/e229d538-f031-47f0-8501-7318f794bdf8",
-                                   "GET logins", "DELETE logins/some-login", "DELETE logins/current"}) {
-        const Reply reply = client.send(endpoint.section(' ', 0, 0).toLatin1(), endpoint.section(' ', 1));
-        QCOMPARE(
-            QString(endpoint + ' ' + QString::number(reply.status) + ' ' + QString(reply.wwwAuthenticate)),
-            QString(endpoint + " 401 Bearer"));
-    }
-}
-
-void TestDevService::chainAndResourcesVerifyUnderTheConfiguredRoot()
-{
-    // The configuration the service writes is what a client trusts: check it as the client does.
-    const QString path = m_directory.filePath("account.json");
-    QVERIFY(m_service.writeConfiguration(path));
-    QCOMPARE(QFile::permissions(path) & (QFileDevice::ReadOther | QFileDevice::WriteOther),
-             QFileDevice::Permissions(QFileDevice::ReadOther));
-    const QJsonObject configuration = QJsonDocument::fromJson(readFile(path)).object();
-    QVERIFY(JsonSignature::verify(configuration, PublicKey(QStringLiteral(ACCOUNT_CONFIG_KEY))));
-    QString parent = QStringLiteral("root");
-    QHash<QString, PublicKey> keys{{parent, publicKeyOf(configuration.value("rootIdentity"))}};
-
-    ServiceClient client(m_service.url());
-    const QJsonArray chain = client.as(demo::Ada).get("account/identity").array();
-    QCOMPARE(chain.size(), 2);
-    for (const QJsonValue &record : chain) {
-        QVERIFY(JsonSignature::verify(record.toObject(),
-                                      keys.value(record.toObject().value("parent").toString())));
-        QCOMPARE(record.toObject().value("parent").toString(), parent);
-        parent = record.toObject().value("id").toString();
-        keys.insert(parent, publicKeyOf(record));
-    }
-    // Each played service on an origin of its own, named by its signed record.
-    QSet<QString> origins{m_service.url().adjusted(QUrl::RemovePath).toString()};
-    for (const QJsonValue &resource : client.get("entitled").array()) {
-        QVERIFY(JsonSignature::verify(resource.toObject(),
-                                      keys.value(resource.toObject().value("issuer").toString())));
-        const QJsonObject payload = resource.toObject().value("payload").toObject();
-        if (payload.contains("service")) {
-            const QUrl url(payload.value("url").toString());
-            QCOMPARE(url, m_service.playedServiceUrl(payload.value("service").toString()));
-            origins.insert(url.adjusted(QUrl::RemovePath).toString());
-        }
-    }
-    QCOMPARE(origins.size(), 3);
-}
-
-void TestDevService::playedServices_data()
-{
-    QTest::addColumn<QString>("service");
-    QTest::addColumn<QString>("bearer");
-    QTest::addColumn<QByteArray>("method");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<QJsonObject>("expected");
-    auto row = [](const char *name, const char *service, const char *bearer, int status, const char *expected,
-                  const char *method = "GET") {
-        QTest::newRow(name) << QString(service) << QString(bearer) << QByteArray(method) << status
-                            << jsonObject(expected);
-    };
-    const char *otherAudience = "{'error': 'the token is not for this service'}";
-    row("files, own token", "demo-files", "demo-files", 200,
-        "{'service': 'demo-files', 'path': '/api/v1/items', 'subject': "
-        "'d99d9154-7a9c-4694-a1c7-0e2359e87f70', "
-        "'name': 'Ada Lovelace'}");
-    row("reports, own token", "demo-reports", "demo-reports", 200, "{'service': 'demo-reports'}");
-    row("no token", "demo-files", "", 401, "{'error': 'a bearer token is required'}");
-    row("token for the other service", "demo-files", "demo-reports", 401, otherAudience);
-    row("token of the account", "demo-reports", "account", 401, otherAudience);
-    row("expired", "demo-files", "expired", 401, "{'error': 'the token has expired'}");
-    row("signature of another token", "demo-files", "tampered", 401,
-        "{'error': 'the token\\u0027s signature does not verify'}");
-    row("POST", "demo-files", "demo-files", 405, "{'error': 'method not allowed'}", "POST");
-}
-
-void TestDevService::playedServices()
-{
-    QFETCH(QString, service);
-    QFETCH(QString, bearer);
-    QFETCH(QByteArray, method);
-    QFETCH(int, status);
-    QFETCH(QJsonObject, expected);
-
-    ServiceClient ada(m_service.url());
-    const QByteArray account = ada.login(demo::Ada, demo::AdaPassword);
-    ada.setToken(account);
-    m_service.setServiceTokenLifetime(bearer == "expired" ? -1 : 60);
-    const QByteArray files = ada.get("tokens/" + demo::FilesService).text("token").toLatin1();
-    m_service.setServiceTokenLifetime(60);
-    const QHash<QString, QByteArray> tokens{
-        {"demo-files", files},
-        {"expired", files},
-        {"demo-reports", ada.get("tokens/" + demo::ReportsService).text("token").toLatin1()},
-        {"account", account},
-        {"tampered", files.left(files.lastIndexOf('.')) + account.mid(account.lastIndexOf('.'))}};
-
-    ServiceClient client(m_service.playedServiceUrl(service));
-    client.setToken(tokens.value(bearer));
-    const Reply reply = client.send(method, "items");
-    QCOMPARE(reply.status, status);
-    // Who called, or what was wrong, but never the token.
-    QCOMPARE(subset(reply.object(), expected), expected);
-    QCOMPARE(reply.wwwAuthenticate, QByteArray(status == 401 ? "Bearer" : ""));
-}
-
-void TestDevService::loginsOfTheCaller()
-{
-    // Logins of earlier test functions would show in the list: start from a fresh scenario.
-    QVERIFY(m_service.setScenario(m_service.scenario()));
-    ServiceClient first(m_service.url());
-    ServiceClient second(m_service.url());
-    ServiceClient bob(m_service.url());
-    const QString firstId = first.as(demo::Ada).get("logins/current").text("id");
-    const QString secondId = second.as(demo::Ada).get("logins/current").text("id");
-    const QString bobId = bob.as(demo::Bob).get("logins/current").text("id");
-    const QJsonArray logins = first.get("logins?format=all_fields").array();
-    QCOMPARE(logins.size(), 2);
-    QCOMPARE(QString(logins.at(0).toObject().value("id").toString() + ' ' +
-                     logins.at(1).toObject().value("id").toString()),
-             QString(firstId + ' ' + secondId));
-    // Another user's login is answered as if it did not exist, and lives on.
-    QCOMPARE(first.send("DELETE", "logins/" + bobId).status, 404);
-    QCOMPARE(bob.get("consumer").status, 200);
-}
-
-void TestDevService::faults_data()
-{
-    QTest::addColumn<QJsonObject>("fault");
-    QTest::addColumn<QStringList>("outcomes");
-    QTest::addColumn<int>("remaining");
-    auto row = [](const char *name, const char *fault, const QStringList &outcomes, int remaining = 0) {
-        QTest::newRow(name) << jsonObject(fault) << outcomes << remaining;
-    };
-    row("status twice", "{'path': 'api/v1/consumer', 'count': 2, 'status': 503}", {"503", "503", "200"});
-    row("malformed body", "{'path': 'api/v1/consumer', 'malformedBody': true}", {"200!", "200"});
-    row("no content", "{'path': 'api/v1/consumer', 'status': 204}", {"204!", "200", "200"});
-    row("delay", "{'path': 'api/v1/consumer', 'status': 503, 'delay': 300}", {"503", "200"});
-    row("leading slash", "{'path': '/api/v1/consumer', 'status': 502}", {"502", "200"});
-    row("path prefix", "{'path': 'api/v1/*', 'status': 429}", {"429", "200"});
-    row("other path", "{'path': 'api/v1/entitled', 'status': 500}", {"200", "200"}, 1);
-    row("other method", "{'path': 'api/v1/consumer', 'status': 500, 'method': 'post'}", {"200", "200"}, 1);
-}
-
-void TestDevService::faults()
-{
-    QFETCH(QJsonObject, fault);
-    QFETCH(QStringList, outcomes);
-    QFETCH(int, remaining);
-
-    ServiceClient client(m_service.url());
-    client.as(demo::Bob);
-    m_service.clearFaults();
-    // As written, so that adding the fault is what drops the leading "/" and reads the method.
-    Fault added = Fault::fromJson(fault);
-    added.path = fault.value("path").toString();
-    added.method = fault.value("method").toString().toLatin1();
-    m_service.addFault(added);
-    QElapsedTimer timer;
-    timer.start();
-    QStringList seen{client.get("consumer").outcome()};
-    QVERIFY(timer.elapsed() >= added.delay);
-    while (seen.size() < outcomes.size()) {
-        seen.append(client.get("consumer").outcome());
-    }
-    QCOMPARE(seen, outcomes);
-    // A fault that never matched is still waiting; one that did is used up.
-    QCOMPARE(m_service.faults().size(), remaining);
-}
-
-void TestDevService::droppedConnection()
-{
-    ServiceClient client(m_service.url());
-    client.as(demo::Bob);
-    m_service.clearFaults();
-    m_service.addFault(Fault::fromJson({{"path", "api/v1/logins"}, {"count", 2}, {"dropConnection", true}}));
-    // Qt re-sends a request once when its connection closes before any answer, so one client
-    // request may use up both drops; the service drops exactly two requests whatever the client does.
-    QCOMPARE(client.get("logins").outcome(), QStringLiteral("dropped"));
-    const QString second = client.get("logins").outcome();
-    QCOMPARE(second == "200" ? second : client.get("logins").outcome(), QStringLiteral("200"));
-    QVERIFY(m_service.faults().isEmpty());
-}
-
-void TestDevService::journal()
-{
-    ServiceClient client(m_service.url());
-    const QByteArray token = client.login(demo::Ada, demo::AdaPassword);
-    client.setToken(token);
-    ServiceClient files(m_service.playedServiceUrl("demo-files"));
-    files.setToken(client.get("tokens/" + demo::FilesService).text("token").toLatin1());
-    m_service.clearJournal();
-    client.send("POST", "logins?format=all_fields", "{\"a\": 1}");
-    files.get("items");
-
-    const QList<DevService::ReceivedRequest> journal = m_service.journal();
-    QCOMPARE(journal.size(), 2);
-    const auto &first = journal.at(0);
-    QCOMPARE(QByteArray(first.method + ' ' + first.path + '?' + first.query + ' ' + first.body),
-             QByteArray("POST /api/v1/logins?format=all_fields {\"a\": 1}"));
-    QCOMPARE(QByteArray(first.headers.value("authorization") + ' ' + first.headers.value("content-type")),
-             QByteArray("Bearer " + token + " application/json"));
-    QCOMPARE(QString(first.service + '|' + journal.at(1).service), QStringLiteral("|demo-files"));
-    // The oldest go first.
-    m_service.setJournalLimit(1);
-    QCOMPARE(m_service.journal().constFirst().service, QStringLiteral("demo-files"));
-    m_service.setJournalLimit(DevService::DefaultJournalLimit);
-}
-
-void TestDevService::adminInterface()
-{
-    ServiceClient client(m_service.url());
-    client.as(demo::Bob);
-    m_service.clearFaults();
-    QCOMPARE(
-        client.send("POST", Admin, json("{'path': 'api/v1/entitled', 'status': 502, 'count': 2}")).status,
-        201);
-    const Reply added = client.send("POST", Admin,
-                                    json("[{'path': 'api/v1/consumer', 'malformedBody': true}, "
-                                         "{'path': '/api/v1/logins/*', 'method': 'delete', 'count': 3}]"));
-    QCOMPARE(added.array().size(), 3);
-    QCOMPARE(added.array().at(2).toObject(),
-             jsonObject("{'path': 'api/v1/logins/*', 'method': 'DELETE', 'count': 3, "
-                        "'status': 0, 'delay': 0, 'malformedBody': false, "
-                        "'dropConnection': false}"));
-    // Faults that do not read are refused, all of them.
-    for (const char *refused : {"{'status': 500}", "[{'path': 'api/v1/consumer'}, {'path': 5}]",
-                                "{'path': 'api/v1/consumer', 'status': 42}", "path=api/v1/consumer"}) {
-        QCOMPARE(client.send("POST", Admin, json(refused)).status, 400);
-    }
-    QCOMPARE(client.get("entitled").outcome(), QStringLiteral("502"));
-    QCOMPARE(client.get("consumer").outcome(), QStringLiteral("200!"));
-    QCOMPARE(client.get(Admin).array().size(), 2);
-    QCOMPARE(client.send("DELETE", Admin).array(), QJsonArray());
-    QCOMPARE(client.get("entitled").outcome(), QStringLiteral("200"));
-
-    // Only loopback peers, as the HTTP layer reports them, may use it.
-    vn::devservice::FaultInjector injector;
-    const QList<QPair<std::string, int>> peers{{"127.0.0.1", 200},
-                                               {"::1", 200},
-                                               {"::ffff:127.0.0.1", 200},
-                                               {"192.0.2.7", 403},
-                                               {"::ffff:192.0.2.7", 403}};
-    for (const auto &[peer, status] : peers) {
-        QCOMPARE(
-            QString::fromStdString(peer + ' ' + std::to_string(injector.serveAdmin("GET", {}, peer).status)),
-            QString::fromStdString(peer + ' ' + std::to_string(status)));
-    }
-}
-
-// Eight clients log in at once, each in ten rounds (every third with the device key), poll, and log
-// out every other round: each sees its own account's data, and the service keeps exactly the logins
-// that were not ended.
-void TestDevService::clientsLogInAndPollAtOnce()
-{
-    QVERIFY(m_service.setScenario(m_service.scenario()));
-    QStringList seen;
-    std::vector<std::unique_ptr<QThread>> threads;
-    for (int client = 0; client < 8; ++client) {
-        threads.emplace_back(QThread::create([this, client, &seen] {
-            ServiceClient service(m_service.url());
-            for (int round = 0; round < 10; ++round) {
-                const bool device = (client + round) % 3 == 0;
-                const QString user = device || client % 2 == 0 ? demo::Ada : demo::Bob;
-                if (device) {
-                    const auto [id, secret] = challenge(service);
-                    service.setToken(answer(service, id, secret).text("token").toLatin1());
-                } else {
-                    service.as(user);
-                }
-                const bool own = service.get("consumer").text("email") == user;
-                const int resources = service.get("entitled").array().size();
-                const int logout = round % 2 ? service.send("DELETE", "logins/current").status : 0;
-                QMutexLocker locker(&m_mutex);
-                seen.append(QStringLiteral("%1 %2 %3").arg(own ? "own" : "other").arg(resources).arg(logout));
-            }
-        }));
-        threads.back()->start();
-    }
-    for (const auto &thread : threads) {
-        QVERIFY(thread->wait(120000));
-    }
-    QCOMPARE(seen.filter(QRegularExpression("^own (9|5) (0|200)$")).size(), 80);
-    QCOMPARE(m_service.logins().size(), 40);
-}
-
-// The demo is itself a scenario file; this one leaves out what can be left out.
-void TestDevService::scenarios()
-{
-    const QString path = m_directory.filePath("small.json");
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(json(SmallScenario)) > 0);
-    file.close();
-    const Scenario scenario = Scenario::fromFile(path);
-    // A consumer identifier left out is derived from the user name: the same on every start.
-    QCOMPARE(scenario.users().at(0).consumer,
-             jsonObject("{'id': 'f3de4a43-9e7b-5008-b232-b91d0c74c789', 'name': "
-                        "'carol', 'email': 'carol', 'permissions': [], 'roles': []}"));
-
-    // A new scenario ends the logins, and the played services follow it; an invalid one changes nothing.
-    DevService service;
-    QVERIFY(service.listen("127.0.0.1", 0));
-    ServiceClient client(service.url());
-    client.as(demo::Ada);
-    QVERIFY(!service.setScenario(Scenario()));
-    QCOMPARE(client.get("consumer").status, 200);
-    QVERIFY(service.setScenario(scenario));
-    QCOMPARE(client.get("consumer").status, 401);
-    QVERIFY(service.playedServiceUrl("demo-files").isEmpty() && !service.playedServiceUrl("s").isEmpty());
-    client.setToken(client.login("carol", "carol-secret"));
-    QCOMPARE(client.get("tokens/svc").status, 200);
-    QCOMPARE(client.get("account/identity").array().at(0).toObject().value("parent").toString(),
-             QStringLiteral("root"));
-
-    // Keys that are not named are generated once per process.
-    QJsonObject generated = jsonObject(SmallScenario);
-    generated.insert("identities", QJsonArray{jsonObject("{'id': 'team', 'bits': 2048}")});
-    generated.remove(QStringLiteral("tokenKeyFile"));
-    const Scenario first = Scenario::fromJson(generated, m_directory.path());
-    const Scenario second = Scenario::fromJson(generated, m_directory.path());
-    QCOMPARE(first.identities().at(0).privateKey.bits(), 2048);
-    QCOMPARE(second.identities().at(0).privateKey.toPEM(), first.identities().at(0).privateKey.toPEM());
-    QCOMPARE(second.tokenKey().toPEM(), first.tokenKey().toPEM());
-    QVERIFY(first.tokenKey().toPEM() != first.identities().at(0).privateKey.toPEM());
-}
-
-void TestDevService::brokenScenarios_data()
-{
-    // Members that replace those of the small scenario, and the start of the error message.
-    QTest::addColumn<QByteArray>("members");
-    QTest::addColumn<QString>("error");
-    auto row = [](const char *name, const char *members, const char *error) {
-        QTest::newRow(name) << json(members) << QString(error);
-    };
-    row("user twice", "{'users': [{'username': 'x'}, {'username': 'x'}]}", "users[1].username:");
-    row("device of nobody", "{'devices': [{'user': 'eve', 'keyFile': 'key.pem'}]}", "devices[0].user:");
-    row("identity named root", "{'identities': [{'id': 'root', 'keyFile': 'key.pem'}]}", "identities[0].id:");
-    row("resource issuer unknown", "{'resources': [{'id': 'r', 'type': 't', 'issuer': 'x'}]}",
-        "resources[0].issuer:");
-    row("resource for nobody", "{'resources': [{'id': 'r', 'type': 't', 'users': ['eve']}]}",
-        "resources[0].users:");
-    row("played service without a name", "{'resources': [{'id': 'r', 'type': 'vantro.resource.Service'}]}",
-        "resources[0].payload.service:");
-}
-
-void TestDevService::brokenScenarios()
-{
-    QFETCH(QByteArray, members);
-    QFETCH(QString, error);
-
-    QJsonObject document = jsonObject(SmallScenario);
-    const QJsonObject replaced = QJsonDocument::fromJson(members).object();
-    for (auto it = replaced.begin(); it != replaced.end(); ++it) {
-        document.insert(it.key(), it.value());
-    }
-    QString message;
-    QVERIFY(!Scenario::fromJson(document, m_directory.path(), &message).isValid());
-    QVERIFY2(message.startsWith(error), qPrintable(message));
-}
 
 QTEST_GUILESS_MAIN(TestDevService)
 #include "tst_devservice.moc"
