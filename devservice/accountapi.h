@@ -1,12 +1,11 @@
 #pragma once
 
+#include "apiresponse.h"
+#include "apisettings.h"
 #include "scenario.h"
 
-#include <QByteArray>
 #include <QHash>
 #include <QJsonArray>
-#include <QList>
-#include <QPair>
 #include <QString>
 #include <QUrl>
 
@@ -20,30 +19,12 @@ class AccountApiPrivate;
 /// method, path, bearer credential and body and gives the status and JSON body to answer with.
 ///
 /// It keeps the live logins and pending challenges of the current scenario. Every operation is
-/// safe to call from several threads at once; signing and encryption run outside its lock.
+/// safe to call from several threads at once; signing and encryption run outside its locks.
 class AccountApi
 {
 public:
-    struct Request
-    {
-        QByteArray method;
-        /// The path below the service's base, without a leading "/" or the query ("api/v1/consumer").
-        QString path;
-        /// The value of the Authorization header, if any.
-        QByteArray authorization;
-        QByteArray body;
-    };
-
-    struct Response
-    {
-        int status = 200;
-        QByteArray body;
-        QList<QPair<QByteArray, QByteArray>> headers;
-    };
-
-    static constexpr int DefaultTokenLifetime = 24 * 3600;
-    static constexpr int DefaultServiceTokenLifetime = 3600;
-    static constexpr int DefaultChallengeLifetime = 60000;
+    using Request = ApiRequest;
+    using Response = ApiResponse;
 
     AccountApi();
     ~AccountApi();
@@ -60,23 +41,15 @@ public:
 
     /// The "iss" claim of the tokens it issues: the service's own URL.
     void setIssuer(const QString &issuer);
-
-    /// Seconds until an access token expires; a login whose token has expired is gone.
-    void setTokenLifetime(int seconds);
-    int tokenLifetime() const;
-    /// Seconds until a service token from "tokens/<uuid>" expires.
-    void setServiceTokenLifetime(int seconds);
-    int serviceTokenLifetime() const;
-    /// Milliseconds during which a challenge can be answered.
-    void setChallengeLifetime(int milliseconds);
-    int challengeLifetime() const;
+    void setSettings(const ApiSettings &settings);
+    ApiSettings settings() const;
 
     /// The signed account identity records, from the root's child to the account's own identity.
     QJsonArray identityChain() const;
     /// The session records of every live login, oldest first.
     QJsonArray logins() const;
 
-    Response handle(const Request &request);
+    ApiResponse handle(const ApiRequest &request);
 
 private:
     Q_DISABLE_COPY(AccountApi)

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "apisettings.h"
 #include "fault.h"
+#include "requestjournal.h"
 #include "scenario.h"
 
-#include <QByteArray>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QList>
-#include <QMap>
 #include <QString>
 #include <QUrl>
 
@@ -28,28 +28,17 @@ class DevServicePrivate;
 class DevService
 {
 public:
-    /// One request as it arrived.
-    struct ReceivedRequest
-    {
-        QByteArray method;
-        /// The full path, base included, without the query.
-        QByteArray path;
-        QByteArray query;
-        /// Header names in lower case.
-        QMap<QByteArray, QByteArray> headers;
-        QByteArray body;
-        /// The name of the played service that received it; empty for the account service.
-        QString service;
-    };
+    using ReceivedRequest = RecordedRequest;
 
     static constexpr quint16 DefaultPort = 8421;
     /// Larger request bodies are refused with 413.
     static constexpr qint64 DefaultMaximumBodySize = 1024 * 1024;
     /// How many received requests the journal keeps; older ones are dropped.
-    static constexpr int DefaultJournalLimit = 1000;
-    static constexpr int DefaultTokenLifetime = 24 * 3600;
-    static constexpr int DefaultServiceTokenLifetime = 3600;
-    static constexpr int DefaultChallengeLifetime = 60000;
+    static constexpr int DefaultJournalLimit = RequestJournal::DefaultLimit;
+    // The defaults of settings(), named here too for the callers that know only this class.
+    static constexpr int DefaultTokenLifetime = ApiSettings::DefaultTokenLifetime;
+    static constexpr int DefaultServiceTokenLifetime = ApiSettings::DefaultServiceTokenLifetime;
+    static constexpr int DefaultChallengeLifetime = ApiSettings::DefaultChallengeLifetime;
 
     /// A service with the built-in demo scenario.
     DevService();
@@ -63,30 +52,23 @@ public:
     bool setScenario(const Scenario &scenario);
     Scenario scenario() const;
 
+    /// The lifetimes of tokens and challenges; a change applies to what is issued from then on.
+    void setSettings(const ApiSettings &settings);
+    ApiSettings settings() const;
+    /// Shorthands that change one member of settings().
+    void setTokenLifetime(int seconds);
+    void setServiceTokenLifetime(int seconds);
+    void setChallengeLifetime(int milliseconds);
+
     /// The path below which the service answers, for example "/base" for a service URL
     /// http://127.0.0.1:8421/base. Set before listen().
     void setBasePath(const QString &path);
     QString basePath() const;
-
-    /// Seconds until an access token expires (its "exp"); the login ends with it.
-    void setTokenLifetime(int seconds);
-    int tokenLifetime() const;
-    /// Seconds until a service token from "tokens/<uuid>" expires.
-    void setServiceTokenLifetime(int seconds);
-    int serviceTokenLifetime() const;
-    /// Milliseconds during which a challenge of a challenge-response login can be answered.
-    void setChallengeLifetime(int milliseconds);
-    int challengeLifetime() const;
-
     /// Set before listen().
     void setMaximumBodySize(qint64 bytes);
-    qint64 maximumBodySize() const;
-    void setJournalLimit(int requests);
-
     /// The port of the first played service, the next one on the next port and so on; 0 (the
     /// default) lets the system pick a free port for each. Set before listen().
     void setServicesPort(quint16 firstPort);
-    quint16 servicesPort() const;
 
     /// Starts serving on @p address and @p port (0 lets the system pick one), and the played
     /// services on the same address, with their URLs signed into their records. False when an
@@ -120,8 +102,10 @@ public:
     /// The faults still pending, with their remaining counts.
     QList<Fault> faults() const;
 
-    QList<ReceivedRequest> journal() const;
+    /// The requests of the account service and the played services together, oldest first.
+    QList<RecordedRequest> journal() const;
     void clearJournal();
+    void setJournalLimit(int requests);
 
 private:
     Q_DISABLE_COPY(DevService)

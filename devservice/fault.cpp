@@ -8,6 +8,16 @@ bool Fault::isValid() const
            delay <= MaximumDelay;
 }
 
+Fault Fault::normalised() const
+{
+    Fault fault = *this;
+    if (fault.path.startsWith(QLatin1Char('/'))) {
+        fault.path.remove(0, 1);
+    }
+    fault.method = fault.method.toUpper();
+    return fault;
+}
+
 bool Fault::matches(const QByteArray &requestMethod, const QString &requestPath) const
 {
     if (!method.isEmpty() && method != requestMethod) {
@@ -76,14 +86,11 @@ Fault Fault::fromJson(const QJsonObject &object, QString *errorMessage)
         return fail("\"path\" must be a non-empty string");
     }
     fault.path = path.toString();
-    if (fault.path.startsWith(QLatin1Char('/'))) {
-        fault.path.remove(0, 1);
-    }
     const QJsonValue method = object.value(QLatin1String("method"));
     if (!method.isUndefined() && !method.isString()) {
         return fail("\"method\" must be a string");
     }
-    fault.method = method.toString().toUpper().toLatin1();
+    fault.method = method.toString().toLatin1();
     if (!integer("count", 1, &fault.count) || !integer("status", 0, &fault.status) ||
         !integer("delay", 0, &fault.delay)) {
         return fail("\"count\", \"status\" and \"delay\" must be non-negative integers");
@@ -97,6 +104,7 @@ Fault Fault::fromJson(const QJsonObject &object, QString *errorMessage)
         return fail("\"body\" must be a string");
     }
     fault.body = body.toString().toUtf8();
+    fault = fault.normalised();
     if (!fault.isValid()) {
         return fail("\"count\" must be at least 1, \"status\" from 100 to 599 and \"delay\" at most 60000");
     }

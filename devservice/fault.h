@@ -33,6 +33,9 @@ struct Fault
     static constexpr int MaximumDelay = 60000;
 
     bool isValid() const;
+    /// The same fault with the path's leading "/" dropped and the method in upper case, as it is
+    /// matched against requests.
+    Fault normalised() const;
     bool matches(const QByteArray &requestMethod, const QString &requestPath) const;
 
     /// The admin interface's form: "path", "method", "count", "status", "delay" (milliseconds),

@@ -4,30 +4,9 @@
 
 #include <QDateTime>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 
 namespace vn::devservice {
-
-namespace {
-
-AccountApi::Response answer(int status, const QJsonObject &body)
-{
-    AccountApi::Response response;
-    response.status = status;
-    response.body = QJsonDocument(body).toJson(QJsonDocument::Compact);
-    return response;
-}
-
-// Says what was wrong with the credential, never the credential itself.
-AccountApi::Response refused(const QString &reason)
-{
-    AccountApi::Response response = answer(401, {{QStringLiteral("error"), reason}});
-    response.headers.append({QByteArrayLiteral("WWW-Authenticate"), QByteArrayLiteral("Bearer")});
-    return response;
-}
-
-} // namespace
 
 PlayedService::PlayedService(const Scenario::Resource &resource, const Scenario &scenario)
     : m_name(resource.serviceName())
@@ -40,31 +19,26 @@ PlayedService::PlayedService(const Scenario::Resource &resource, const Scenario 
     }
 }
 
-AccountApi::Response PlayedService::handle(const AccountApi::Request &request) const
+ApiResponse PlayedService::handle(const ApiRequest &request) const
 {
     if (request.method != "GET" && request.method != "HEAD") {
-        AccountApi::Response response =
-            answer(405, {{QStringLiteral("error"), QStringLiteral("method not allowed")}});
-        response.headers.append({QByteArrayLiteral("Allow"), QByteArrayLiteral("GET, HEAD")});
-        return response;
+        return ApiResponse::methodNotAllowed(QByteArrayLiteral("GET, HEAD"));
     }
-    const int space = request.authorization.indexOf(' ');
-    const QByteArray token = request.authorization.mid(space + 1).trimmed();
-    if (space < 0 || request.authorization.left(space).toLower() != "bearer" || token.isEmpty()) {
-        return refused(QStringLiteral("a bearer token is required"));
+    const QByteArray token = bearerToken(request.authorization);
+    if (token.isEmpty()) {
+        return ApiResponse::unauthorized(QStringLiteral("a bearer token is required"));
     }
     if (!TokenSigner::verify(token, crypto::PublicKey(m_tokenKey))) {
-        return refused(QStringLiteral("the token's signature does not verify"));
+        return ApiResponse::unauthorized(QStringLiteral("the token's signature does not verify"));
     }
-    const QJsonObject claims =
-        QJsonDocument::fromJson(QByteArray::fromBase64(token.split('.').at(1))).object();
+    const QJsonObject claims = TokenSigner::readClaims(token);
     const QJsonValue audience = claims.value(QLatin1String("aud"));
     if (audience.toString() != m_name && !audience.toArray().contains(m_name)) {
-        return refused(QStringLiteral("the token is not for this service"));
+        return ApiResponse::unauthorized(QStringLiteral("the token is not for this service"));
     }
     const qint64 expires = qint64(claims.value(QLatin1String("exp")).toDouble());
     if (expires <= QDateTime::currentSecsSinceEpoch()) {
-        return refused(QStringLiteral("the token has expired"));
+        return ApiResponse::unauthorized(QStringLiteral("the token has expired"));
     }
     const QString subject = claims.value(QLatin1String("sub")).toString();
     QJsonObject caller{
@@ -76,7 +50,7 @@ AccountApi::Response PlayedService::handle(const AccountApi::Request &request) c
     if (m_consumerNames.contains(subject)) {
         caller.insert(QStringLiteral("name"), m_consumerNames.value(subject));
     }
-    return answer(200, caller);
+    return ApiResponse::json(200, caller);
 }
 
 } // namespace vn::devservice

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "accountapi.h"
+#include "apiresponse.h"
 #include "scenario.h"
 
 #include <QByteArray>
@@ -25,7 +25,7 @@ public:
     QString resourceId() const { return m_resourceId; }
 
     /// @p request's path is the full path of the request.
-    AccountApi::Response handle(const AccountApi::Request &request) const;
+    ApiResponse handle(const ApiRequest &request) const;
 
 private:
     QString m_name;

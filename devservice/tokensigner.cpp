@@ -1,6 +1,7 @@
 #include "tokensigner.h"
 
 #include <QJsonDocument>
+#include <QUuid>
 
 #include <openssl/evp.h>
 #include <openssl/pem.h>
@@ -107,6 +108,24 @@ bool TokenSigner::verify(const QByteArray &token, const crypto::PublicKey &key)
                             size_t(signature.size()),
                             reinterpret_cast<const unsigned char *>(signingInput.constData()),
                             size_t(signingInput.size())) == 1;
+}
+
+QJsonObject TokenSigner::claims(const QString &issuer, const QJsonValue &subject, const QJsonValue &audience,
+                                qint64 issuedAt, qint64 expires)
+{
+    return QJsonObject{
+        {QStringLiteral("iss"), issuer},
+        {QStringLiteral("sub"), subject},
+        {QStringLiteral("aud"), audience},
+        {QStringLiteral("iat"), issuedAt},
+        {QStringLiteral("exp"), expires},
+        {QStringLiteral("jti"), QUuid::createUuid().toString(QUuid::WithoutBraces)},
+    };
+}
+
+QJsonObject TokenSigner::readClaims(const QByteArray &token)
+{
+    return QJsonDocument::fromJson(QByteArray::fromBase64(token.split('.').value(1))).object();
 }
 
 } // namespace vn::devservice

@@ -28,8 +28,15 @@ public:
     /// The compact token for @p claims; empty when the key cannot sign.
     QByteArray sign(const QJsonObject &claims) const;
 
-    /// Checks a token's signature with @p key; used by the tests and the tools.
+    /// Checks a token's signature with @p key.
     static bool verify(const QByteArray &token, const crypto::PublicKey &key);
+
+    /// What every token of the service claims: "iss", "sub", "aud", "iat" (@p issuedAt), "exp"
+    /// (@p expires; both in seconds since the epoch) and a "jti" of its own.
+    static QJsonObject claims(const QString &issuer, const QJsonValue &subject, const QJsonValue &audience,
+                              qint64 issuedAt, qint64 expires);
+    /// The claims of a compact token as its second segment holds them; empty when they do not read.
+    static QJsonObject readClaims(const QByteArray &token);
 
 private:
     Q_DISABLE_COPY(TokenSigner)

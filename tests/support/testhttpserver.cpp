@@ -43,22 +43,8 @@ void TestHttpServer::listen()
     m_server->set_tcp_nodelay(true);
     // Journal before the response goes out (the logger only runs after it is written), so that a
     // client that has its answer always finds its request here.
-    m_server->set_post_routing_handler([this](const httplib::Request &request, httplib::Response &) {
-        ReceivedRequest received;
-        received.method = QByteArray::fromStdString(request.method);
-        received.path = QByteArray::fromStdString(request.path);
-        const auto question = request.target.find('?');
-        if (question != std::string::npos) {
-            received.query = QByteArray::fromStdString(request.target.substr(question + 1));
-        }
-        for (const auto &[name, value] : request.headers) {
-            received.headers.insert(QByteArray::fromStdString(name).toLower(),
-                                    QByteArray::fromStdString(value));
-        }
-        received.body = QByteArray::fromStdString(request.body);
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_requests.append(received);
-    });
+    m_server->set_post_routing_handler(
+        [this](const httplib::Request &request, httplib::Response &) { m_journal.record(request); });
     m_port = m_server->bind_to_any_port(m_host.toStdString());
     if (m_port > 0) {
         m_thread = std::thread([this] { m_server->listen_after_bind(); });
@@ -114,26 +100,22 @@ httplib::Server &TestHttpServer::server()
 
 QList<TestHttpServer::ReceivedRequest> TestHttpServer::requests() const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_requests;
+    return m_journal.requests();
 }
 
 TestHttpServer::ReceivedRequest TestHttpServer::lastRequest() const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_requests.isEmpty() ? ReceivedRequest() : m_requests.last();
+    return m_journal.last();
 }
 
 int TestHttpServer::requestCount() const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return int(m_requests.size());
+    return m_journal.size();
 }
 
 void TestHttpServer::clearRequests()
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_requests.clear();
+    m_journal.clear();
 }
 
 } // namespace vn::test

@@ -1,14 +1,12 @@
 #pragma once
 
-#include <QByteArray>
+#include <requestjournal.h>
+
 #include <QList>
-#include <QMap>
 #include <QString>
 #include <QUrl>
 
-#include <functional>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 namespace httplib {
@@ -25,14 +23,7 @@ namespace vn::test {
 class TestHttpServer
 {
 public:
-    struct ReceivedRequest
-    {
-        QByteArray method;
-        QByteArray path;                      // without the query
-        QByteArray query;                     // raw, without '?'
-        QMap<QByteArray, QByteArray> headers; // names in lower case
-        QByteArray body;
-    };
+    using ReceivedRequest = vn::devservice::RecordedRequest;
 
     /// Listens on @p host (a loopback address) on a free port.
     explicit TestHttpServer(const QString &host = QStringLiteral("127.0.0.1"));
@@ -67,8 +58,7 @@ private:
     QString m_host;
     int m_port = -1;
     bool m_tls = false;
-    mutable std::mutex m_mutex;
-    QList<ReceivedRequest> m_requests;
+    vn::devservice::RequestJournal m_journal{vn::devservice::RequestJournal::Unlimited};
 };
 
 } // namespace vn::test

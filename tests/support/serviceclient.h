@@ -1,5 +1,7 @@
 #pragma once
 
+#include <demoscenario.h>
+
 #include <QByteArray>
 #include <QJsonArray>
 #include <QJsonObject>
@@ -10,19 +12,13 @@
 
 namespace vn::test {
 
-// The demo scenario's users.
-inline const QString Ada = QStringLiteral("ada@example.com");
-inline const QString AdaPassword = QStringLiteral("ada-demo-password");
-inline const QString Bob = QStringLiteral("bob@example.com");
-inline const QString BobPassword = QStringLiteral("bob-demo-password");
+// The demo users by their short names too, as the command-line client's suite names them.
+using demo::Ada;
+using demo::AdaPassword;
+using demo::Bob;
+using demo::BobPassword;
 
-inline QString text(const QJsonValue &object, const char *key)
-{
-    return object.toObject().value(QLatin1String(key)).toString();
-}
 QByteArray readFile(const QString &path);
-/// The payload of a compact token.
-QJsonObject tokenClaims(const QByteArray &token);
 
 /// The outcome of one exchange with the development service.
 struct Reply
@@ -35,7 +31,10 @@ struct Reply
 
     QJsonObject object() const { return json.toObject(); }
     QJsonArray array() const { return json.toArray(); }
-    QString text(const char *key) const { return vn::test::text(json, key); }
+    QString text(const char *key) const { return object().value(QLatin1String(key)).toString(); }
+    /// "503": that status with a JSON body; "200!": with a body that is not JSON; "dropped": no
+    /// answer at all.
+    QString outcome() const;
 };
 
 /// Talks to the development service through the platform's request classes and waits for each
@@ -43,8 +42,8 @@ struct Reply
 class ServiceClient
 {
 public:
-    /// @p serviceUrl: the service's URL; paths are resolved below "<serviceUrl>/api/v1/", so that
-    /// "../../admin/faults" reaches the admin path.
+    /// Paths are resolved below "<serviceUrl>/api/v1/", so that "../../admin/faults" reaches the
+    /// admin path.
     explicit ServiceClient(const QUrl &serviceUrl);
 
     /// Sends "Authorization: Bearer <token>" with every later request; empty sends none.
@@ -57,8 +56,8 @@ public:
 
     /// Logs in with name and password; the token, empty when the login failed.
     QByteArray login(const QString &username, const QString &password);
-    /// Logs in and sends the token from then on.
-    ServiceClient &as(const QString &username, const QString &password);
+    /// Logs in as a demo user and sends the token from then on.
+    ServiceClient &as(const QString &demoUser);
 
 private:
     QUrl m_api;

@@ -17,9 +17,12 @@ QByteArray readFile(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-QJsonObject tokenClaims(const QByteArray &token)
+QString Reply::outcome() const
 {
-    return QJsonDocument::fromJson(QByteArray::fromBase64(token.split('.').value(1))).object();
+    if (status == 0) {
+        return error != QNetworkReply::NoError ? QStringLiteral("dropped") : QStringLiteral("nothing");
+    }
+    return QString::number(status) + (parsed ? "" : "!");
 }
 
 ServiceClient::ServiceClient(const QUrl &serviceUrl)
@@ -86,9 +89,9 @@ QByteArray ServiceClient::login(const QString &username, const QString &password
         .toLatin1();
 }
 
-ServiceClient &ServiceClient::as(const QString &username, const QString &password)
+ServiceClient &ServiceClient::as(const QString &demoUser)
 {
-    setToken(login(username, password));
+    setToken(login(demoUser, demoUser == demo::Ada ? demo::AdaPassword : demo::BobPassword));
     return *this;
 }
 
