@@ -294,7 +294,7 @@ void TestVantroAccount::commands()
     }
     if (service == "other") {
         ServiceClient other(m_service.url());
-        arguments.replace("@other", other.as(Ada, AdaPassword).get("logins/current").text("id"));
+        arguments.replace("@other", other.as(Ada).get("logins/current").text("id"));
     }
     if (service == "revoke") {
         QCOMPARE(client.send("DELETE", "logins/current").status, 200);
