@@ -1,0 +1,205 @@
+// A soak of the account core: a connected account with 100 enabled services and credential
+// resources, its schedule a thousand times as fast, while a fault (a 500, a 503, a dropped
+// connection, an answer that is not JSON, or a slow one) is set on about one request in ten for
+// the whole run. It reports resident memory after warm-up and at the end, whether the registered
+// authorizations always equal what the live objects hold, and whether the profile could be
+// restored by a new process at every check.
+//
+//   bench_soak [--minutes N, default 10] [--checks N, default 20]
+
+#include "autotest_p.h"
+#include "benchsupport.h"
+
+#include <devservice.h>
+
+#include <VantroAccount/account.h>
+#include <VantroAccount/credentialauthenticator.h>
+#include <VantroAccount/service.h>
+#include <VantroNetwork/authorizationregistry.h>
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QLoggingCategory>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <cstdio>
+
+using vn::account::Account;
+using vn::account::Service;
+
+namespace {
+
+constexpr int ServiceCount = 100;
+
+long residentKilobytes()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly)) {
+        return -1;
+    }
+    for (const QByteArray &line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:")) {
+            return line.mid(6).trimmed().split(' ').value(0).toLong();
+        }
+    }
+    return -1;
+}
+
+bool waitUntil(const std::function<bool()> &condition, int milliseconds)
+{
+    QDeadlineTimer deadline(milliseconds);
+    while (!condition()) {
+        if (deadline.hasExpired()) {
+            return false;
+        }
+        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 50);
+    }
+    return true;
+}
+
+// The demo users, identities and credentials, with a hundred services more for Ada.
+vn::devservice::Scenario scenario(const QString &demoFolder)
+{
+    QFile demo(demoFolder + QStringLiteral("/scenario.json"));
+    if (!demo.open(QIODevice::ReadOnly)) {
+        bench::fail("soak", "cannot read the demo scenario");
+    }
+    QJsonObject document = QJsonDocument::fromJson(demo.readAll()).object();
+    QJsonArray resources = document.value(QLatin1String("resources")).toArray();
+    for (int index = 0; index < ServiceCount; ++index) {
+        resources.append(QJsonObject{
+            {"id", QStringLiteral("00000000-0000-4000-9000-%1").arg(index, 12, 10, QLatin1Char('0'))},
+            {"type", "vantro.resource.Service"},
+            {"payload", QJsonObject{{"url", QStringLiteral("https://soak%1.example.net/").arg(index)},
+                                    {"service", QStringLiteral("soak-%1").arg(index)}}}});
+    }
+    document.insert(QStringLiteral("resources"), resources);
+    QString error;
+    const vn::devservice::Scenario result = vn::devservice::Scenario::fromJson(document, demoFolder, &error);
+    if (!result.isValid()) {
+        std::printf("%s\n", qPrintable(error));
+        bench::fail("soak", "the soak scenario does not load");
+    }
+    return result;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    const int minutes = bench::option(argc, argv, "--minutes", 10);
+    const int checks = bench::option(argc, argv, "--checks", 20);
+    QLoggingCategory::setFilterRules(QStringLiteral("vantro.*=false"));
+
+    QTemporaryDir folder;
+    qputenv("VANTRO_PROFILE_LOCATION", QFile::encodeName(folder.filePath(QStringLiteral("profiles"))));
+    vn::devservice::DevService service(scenario(QStringLiteral(":/vantro-devservice/demo")));
+    service.setJournalLimit(0);
+    service.setServiceTokenLifetime(600); // renewed every few seconds on the fast clock
+    const QString configuration = folder.filePath(QStringLiteral("account.json"));
+    if (!service.listen(QStringLiteral("127.0.0.1"), 0) || !service.writeConfiguration(configuration)) {
+        bench::fail("soak", "cannot start the development service");
+    }
+    qputenv("VANTRO_ACCOUNT_CONFIG", QFile::encodeName(configuration));
+    vn::account::TimeScale::setFactor(0.001);
+
+    const int registeredBefore = vn::network::AuthorizationRegistry::instance()->count();
+    Account account;
+    vn::account::CredentialAuthenticator authenticator;
+    authenticator.setUserName(QStringLiteral("ada@example.com"));
+    authenticator.setPassword(QStringLiteral("ada-demo-password"));
+    authenticator.setPersistent(true);
+    account.login(&authenticator);
+    if (!waitUntil(
+            [&] {
+                return account.findResources(QStringLiteral("vantro.resource.Service")).size() >=
+                       ServiceCount;
+            },
+            60000)) {
+        bench::fail("soak", "the account did not receive its services");
+    }
+    for (vn::account::Resource *resource : account.findResources(QStringLiteral("vantro.resource.Service"))) {
+        qobject_cast<Service *>(resource)->enable();
+    }
+
+    // About one request in ten meets a fault: every 20 ms one is set for the next request to a path
+    // the account uses (the schedule sends about two hundred requests a second).
+    const QStringList paths{"api/v1/logins/current", "api/v1/consumer", "api/v1/account/identity",
+                            "api/v1/entitled", "api/v1/tokens/*"};
+    QTimer faults;
+    faults.callOnTimeout([&] {
+        QRandomGenerator *random = QRandomGenerator::global();
+        vn::devservice::Fault fault;
+        fault.path = paths.at(int(random->bounded(paths.size())));
+        switch (random->bounded(5)) {
+        case 0:
+            fault.status = 500;
+            break;
+        case 1:
+            fault.status = 503;
+            break;
+        case 2:
+            fault.dropConnection = true;
+            fault.count = 2;
+            break;
+        case 3:
+            fault.malformedBody = true;
+            break;
+        default:
+            fault.delay = 300;
+            break;
+        }
+        // A 401 of the online check would end the login, as it must; the soak keeps it.
+        service.addFault(fault);
+    });
+    faults.start(20);
+
+    // Every credential and every service with a token holds one authorization, the account one.
+    const auto expectedAuthorizations = [&] {
+        int held = account.accessToken().isValid() ? 1 : 0;
+        for (vn::account::Resource *resource : account.resourceList()) {
+            const auto *service = qobject_cast<const Service *>(resource);
+            held += service ? 0 : resource->inherits("vn::account::DatabaseCredentials");
+        }
+        return held;
+    };
+    const int checkSeconds = minutes * 60 / checks;
+    long warmKilobytes = 0;
+    long peakKilobytes = 0;
+    int restorable = 0;
+    for (int check = 0; check < checks; ++check) {
+        waitUntil([] { return false; }, checkSeconds * 1000);
+        const long kilobytes = residentKilobytes();
+        if (check == 0) {
+            warmKilobytes = kilobytes;
+        }
+        peakKilobytes = qMax(peakKilobytes, kilobytes);
+        // A service's authorization stays after a failed renewal, so it counts once it has had a token.
+        const int registered = vn::network::AuthorizationRegistry::instance()->count() - registeredBefore;
+        const int services = registered - expectedAuthorizations();
+        if (services < 0 || services > account.findResources(QStringLiteral("vantro.resource.Service")).size()) {
+            std::printf("check %d: %d authorizations registered for %d held\n", check, registered,
+                        expectedAuthorizations());
+            bench::fail("soak", "the registered authorizations do not match the live objects");
+        }
+        QProcess restore;
+        restore.start(QStringLiteral(VANTRO_ACCOUNT_PROGRAM),
+                      {QStringLiteral("status"), QStringLiteral("--json")});
+        restorable +=
+            restore.waitForFinished(60000) && restore.readAllStandardOutput().contains("\"signedIn\": true");
+    }
+    faults.stop();
+
+    std::printf(
+        "bench soak: %d min, resident %ld KiB after warm-up, %ld KiB at most, growth %ld KiB (goal < 1024); "
+        "profile restorable at %d of %d checks\n",
+        minutes, warmKilobytes, peakKilobytes, peakKilobytes - warmKilobytes, restorable, checks);
+    return peakKilobytes - warmKilobytes < 1024 && restorable == checks ? 0 : 1;
+}
