@@ -184,7 +184,8 @@ int main(int argc, char *argv[])
         // A service's authorization stays after a failed renewal, so it counts once it has had a token.
         const int registered = vn::network::AuthorizationRegistry::instance()->count() - registeredBefore;
         const int services = registered - expectedAuthorizations();
-        if (services < 0 || services > account.findResources(QStringLiteral("vantro.resource.Service")).size()) {
+        if (services < 0 ||
+            services > account.findResources(QStringLiteral("vantro.resource.Service")).size()) {
             std::printf("check %d: %d authorizations registered for %d held\n", check, registered,
                         expectedAuthorizations());
             bench::fail("soak", "the registered authorizations do not match the live objects");
