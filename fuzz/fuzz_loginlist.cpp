@@ -3,14 +3,13 @@
 // answer's body; the rows are rebuilt from it directly, as when a list request finishes, so that no
 // request goes out.
 
-#include "fuzzsupport.h"
 #include "loginlistmodel_p.h"
+#include "testprofile.h"
 
 #include <VantroAccount/loginlistmodel.h>
 
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QTemporaryDir>
 
 using vn::account::LoginListModel;
 using vn::account::LoginListModelPrivate;
@@ -20,14 +19,9 @@ namespace {
 // A model of a signed-out account with a profile of its own: it never asks the service itself.
 struct Fixture
 {
-    Fixture()
-    {
-        qputenv("VANTRO_PROFILE_LOCATION", profile.path().toLocal8Bit());
-        qunsetenv("VANTRO_ACCOUNT_CONFIG");
-        model = std::make_unique<LoginListModel>();
-    }
+    Fixture() { model = std::make_unique<LoginListModel>(); }
 
-    QTemporaryDir profile;
+    vn::fuzz::TestProfile profile;
     std::unique_ptr<LoginListModel> model;
 };
 

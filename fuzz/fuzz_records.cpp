@@ -2,7 +2,7 @@
 // resource of the account instance; every array becomes an identity chain below the root.
 
 #include "accountinstance.h"
-#include "fuzzsupport.h"
+#include "testprofile.h"
 
 #include <VantroAccount/accountidentity.h>
 #include <VantroAccount/consumer.h>
@@ -11,7 +11,6 @@
 
 #include <QFile>
 #include <QJsonDocument>
-#include <QTemporaryDir>
 
 using namespace vn::account;
 
@@ -23,8 +22,6 @@ struct Fixture
 {
     Fixture()
     {
-        qputenv("VANTRO_PROFILE_LOCATION", profile.path().toLocal8Bit());
-        qunsetenv("VANTRO_ACCOUNT_CONFIG");
         instance = std::make_unique<AccountInstance>();
         QFile chain(QStringLiteral(VANTRO_FUZZ_CHAIN));
         FUZZ_CHECK(chain.open(QIODevice::ReadOnly));
@@ -33,7 +30,7 @@ struct Fixture
         FUZZ_CHECK(instance->identity() && instance->identity()->verifyChain());
     }
 
-    QTemporaryDir profile;
+    vn::fuzz::TestProfile profile;
     std::unique_ptr<AccountInstance> instance;
 };
 

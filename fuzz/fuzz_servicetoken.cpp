@@ -9,6 +9,7 @@
 #include "accountinstance.h"
 #include "cannednetwork.h"
 #include "jsonwebtoken_p.h"
+#include "testprofile.h"
 
 #include <VantroAccount/accesstoken.h>
 #include <VantroAccount/service.h>
@@ -17,7 +18,6 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTemporaryDir>
 
 #include <algorithm>
 
@@ -32,8 +32,6 @@ struct Fixture
 {
     Fixture()
     {
-        qputenv("VANTRO_PROFILE_LOCATION", profile.path().toLocal8Bit());
-        qunsetenv("VANTRO_ACCOUNT_CONFIG");
         instance = std::make_unique<AccountInstance>();
         FUZZ_CHECK(instance->status() == Account::Disconnected);
         QNetworkAccessManager *network = vn::network::NetworkAccessManager::sharedInstance();
@@ -42,7 +40,7 @@ struct Fixture
         QObject::connect(network, &QNetworkAccessManager::finished, [this] { ++answered; });
     }
 
-    QTemporaryDir profile;
+    vn::fuzz::TestProfile profile;
     std::unique_ptr<AccountInstance> instance;
     vn::fuzz::CannedCache *cache = nullptr;
     int answered = 0;
