@@ -14,6 +14,8 @@
 #include <QJsonObject>
 #include <QTimerEvent>
 
+#include <algorithm>
+
 namespace vn::account {
 
 namespace {
@@ -27,6 +29,16 @@ QJsonValue withoutToken(QJsonValue body)
         body = object;
     }
     return body;
+}
+
+// The token goes out in a header line, and the network layer sends none with a control character
+// in it: a service that took such a token would be Ready with requests that carry nothing.
+bool fitsHeader(const QByteArray &token)
+{
+    return std::none_of(token.cbegin(), token.cend(), [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return byte < 0x20 || byte == 0x7f;
+    });
 }
 
 } // namespace
@@ -213,7 +225,7 @@ void Service::processResponse()
     const JsonWebToken claims{QByteArray(token)};
     d->tokenRequest = nullptr;
     d->requestPending = false;
-    if (!token.isValid() || !claims.valid ||
+    if (!token.isValid() || !claims.valid || !fitsHeader(QByteArray(token)) ||
         (claims.exp.isValid() && claims.exp <= QDateTime::currentDateTime())) {
         qCCritical(lcAccountService) << "Successful token request returned invalid token";
         d->retryLater();

@@ -6,6 +6,8 @@
 #include <QJsonArray>
 #include <QJsonObject>
 
+#include <algorithm>
+
 namespace vn::devservice {
 
 PlayedService::PlayedService(const Scenario::Resource &resource, const Scenario &scenario)
@@ -36,10 +38,13 @@ ApiResponse PlayedService::handle(const ApiRequest &request) const
     if (audience.toString() != m_name && !audience.toArray().contains(m_name)) {
         return ApiResponse::unauthorized(QStringLiteral("the token is not for this service"));
     }
-    const qint64 expires = qint64(claims.value(QLatin1String("exp")).toDouble());
-    if (expires <= QDateTime::currentSecsSinceEpoch()) {
+    // Compared before it becomes an integer: a number beyond the range of qint64 has no integer
+    // value. An expiry after the last second of the year 9999 is reported as that second.
+    const double expiry = claims.value(QLatin1String("exp")).toDouble();
+    if (!(expiry > double(QDateTime::currentSecsSinceEpoch()))) {
         return ApiResponse::unauthorized(QStringLiteral("the token has expired"));
     }
+    const qint64 expires = qint64(std::min(expiry, 253402300799.0));
     const QString subject = claims.value(QLatin1String("sub")).toString();
     QJsonObject caller{
         {QStringLiteral("service"), m_name},

@@ -2,9 +2,7 @@
 // resource of the account instance; every array becomes an identity chain below the root.
 
 #include "accountinstance.h"
-
-#include "fuzzsupport.h"
-#include <VantroAccount/account.h>
+#include "testprofile.h"
 
 #include <VantroAccount/accountidentity.h>
 #include <VantroAccount/consumer.h>
@@ -13,7 +11,6 @@
 
 #include <QFile>
 #include <QJsonDocument>
-#include <QTemporaryDir>
 
 using namespace vn::account;
 
@@ -25,8 +22,6 @@ struct Fixture
 {
     Fixture()
     {
-        qputenv("VANTRO_PROFILE_LOCATION", profile.path().toLocal8Bit());
-        qunsetenv("VANTRO_ACCOUNT_CONFIG");
         instance = std::make_unique<AccountInstance>(vn::account::Account::profile());
         QFile chain(QStringLiteral(VANTRO_FUZZ_CHAIN));
         FUZZ_CHECK(chain.open(QIODevice::ReadOnly));
@@ -35,7 +30,7 @@ struct Fixture
         FUZZ_CHECK(instance->identity() && instance->identity()->verifyChain());
     }
 
-    QTemporaryDir profile;
+    vn::fuzz::TestProfile profile;
     std::unique_ptr<AccountInstance> instance;
 };
 
