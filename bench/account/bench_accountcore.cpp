@@ -61,27 +61,6 @@ QProcess *service = nullptr;
     bench::fail("accountcore", what);
 }
 
-double processCpuSeconds()
-{
-    rusage usage;
-    getrusage(RUSAGE_SELF, &usage);
-    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
-
-bool waitUntil(const std::function<bool()> &condition, int milliseconds)
-{
-    QDeadlineTimer deadline(milliseconds);
-    while (!condition()) {
-        if (deadline.hasExpired()) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 50);
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    }
-    return true;
-}
-
 QJsonObject json(const QString &text)
 {
     return QJsonDocument::fromJson(text.toUtf8()).object();
@@ -212,7 +191,7 @@ int main(int argc, char *argv[])
     authenticator.setPassword(Password);
     authenticator.setPersistent(true);
     account->login(&authenticator);
-    if (!waitUntil([&] { return account->resourceList().size() == ResourceCount; }, 120000)) {
+    if (!bench::waitUntil([&] { return account->resourceList().size() == ResourceCount; }, 120000)) {
         fail("the account did not receive its resources");
     }
 
@@ -222,7 +201,7 @@ int main(int argc, char *argv[])
     request->setParent(&application);
     bool finished = false;
     QObject::connect(request, &vn::Request::finished, &application, [&finished] { finished = true; });
-    if (!waitUntil([&finished] { return finished; }, 30000) || !request->isOk(200)) {
+    if (!bench::waitUntil([&finished] { return finished; }, 30000) || !request->isOk(200)) {
         fail("entitled did not answer");
     }
     QObject::connect(request, &vn::Request::finished, instance,
@@ -256,16 +235,16 @@ int main(int argc, char *argv[])
     // Idle: a connected account after its first refresh, left to its timer, against a bare 200 ms
     // coarse object timer in the same process for as long.
     const auto idleCpuPercent = [&] {
-        const double cpuBefore = processCpuSeconds();
+        const double cpuBefore = bench::processCpuSeconds();
         QTimer::singleShot(idleSeconds * 1000, &application, &QCoreApplication::quit);
         application.exec();
-        return (processCpuSeconds() - cpuBefore) / idleSeconds * 100.0;
+        return (bench::processCpuSeconds() - cpuBefore) / idleSeconds * 100.0;
     };
     account = std::make_unique<Account>();
-    waitUntil([] { return false; }, 3000);
+    bench::waitUntil([] { return false; }, 3000);
     const double idlePercent = idleCpuPercent();
     account->logout();
-    waitUntil([&] { return account->status() == Account::Disconnected; }, 10000);
+    bench::waitUntil([&] { return account->status() == Account::Disconnected; }, 10000);
     account.reset();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     double floorPercent = 0;

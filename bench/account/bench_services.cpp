@@ -59,26 +59,6 @@ QProcess *service = nullptr;
     bench::fail("services", what);
 }
 
-double processCpuSeconds()
-{
-    rusage usage;
-    getrusage(RUSAGE_SELF, &usage);
-    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
-
-bool waitUntil(const std::function<bool()> &condition, int milliseconds)
-{
-    QDeadlineTimer deadline(milliseconds);
-    while (!condition()) {
-        if (deadline.hasExpired()) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 50);
-    }
-    return true;
-}
-
 QByteArray readFile(const QString &path)
 {
     QFile file(path);
@@ -236,7 +216,7 @@ int main(int argc, char *argv[])
         }
         return list;
     };
-    if (!waitUntil([&] { return services().size() == ServiceCount; }, 60000)) {
+    if (!bench::waitUntil([&] { return services().size() == ServiceCount; }, 60000)) {
         fail("the account did not receive its services");
     }
 
@@ -276,7 +256,7 @@ int main(int argc, char *argv[])
     for (Service *each : services()) {
         each->enable();
     }
-    if (!waitUntil(
+    if (!bench::waitUntil(
             [&] {
                 return std::all_of(services().cbegin(), services().cend(),
                                    [](const Service *each) { return each->status() == Service::Ready; });
@@ -284,18 +264,18 @@ int main(int argc, char *argv[])
             60000)) {
         fail("not every service became ready");
     }
-    waitUntil([] { return false; }, 2000);
-    const double cpuBefore = processCpuSeconds();
+    bench::waitUntil([] { return false; }, 2000);
+    const double cpuBefore = bench::processCpuSeconds();
     QTimer::singleShot(idleSeconds * 1000, &application, &QCoreApplication::quit);
     application.exec();
-    const double idlePercent = (processCpuSeconds() - cpuBefore) / idleSeconds * 100.0;
+    const double idlePercent = (bench::processCpuSeconds() - cpuBefore) / idleSeconds * 100.0;
     bench::figure(
         "services/idle",
         qPrintable(QStringLiteral("%1 enabled services over %2 s").arg(ServiceCount).arg(idleSeconds)),
         idlePercent, "% of one core", 0.1);
 
     account.logout();
-    waitUntil([&] { return account.status() == Account::Disconnected; }, 10000);
+    bench::waitUntil([&] { return account.status() == Account::Disconnected; }, 10000);
     service->terminate();
     service->waitForFinished(10000);
     service = nullptr;

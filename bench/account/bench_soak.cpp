@@ -51,18 +51,6 @@ long residentKilobytes()
     return -1;
 }
 
-bool waitUntil(const std::function<bool()> &condition, int milliseconds)
-{
-    QDeadlineTimer deadline(milliseconds);
-    while (!condition()) {
-        if (deadline.hasExpired()) {
-            return false;
-        }
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 50);
-    }
-    return true;
-}
-
 // The demo users, identities and credentials, with a hundred services more for Ada.
 vn::devservice::Scenario scenario(const QString &demoFolder)
 {
@@ -117,7 +105,7 @@ int main(int argc, char *argv[])
     authenticator.setPassword(QStringLiteral("ada-demo-password"));
     authenticator.setPersistent(true);
     account.login(&authenticator);
-    if (!waitUntil(
+    if (!bench::waitUntil(
             [&] {
                 return account.findResources(QStringLiteral("vantro.resource.Service")).size() >=
                        ServiceCount;
@@ -179,7 +167,7 @@ int main(int argc, char *argv[])
     long peakKilobytes = 0;
     int restorable = 0;
     for (int check = 0; check < checks; ++check) {
-        waitUntil([] { return false; }, checkSeconds * 1000);
+        bench::waitUntil([] { return false; }, checkSeconds * 1000);
         const long kilobytes = residentKilobytes();
         if (check == 0) {
             warmKilobytes = kilobytes;

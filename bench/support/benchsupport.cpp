@@ -1,5 +1,10 @@
 #include "benchsupport.h"
 
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+
+#include <sys/resource.h>
+
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QUuid>
@@ -113,6 +118,27 @@ void fail(const char *name, const char *what)
     std::fflush(stdout);
     std::fprintf(stderr, "bench %s: FAILED: %s\n", name, what);
     std::exit(1);
+}
+
+double processCpuSeconds()
+{
+    rusage usage;
+    getrusage(RUSAGE_SELF, &usage);
+    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+bool waitUntil(const std::function<bool()> &condition, int milliseconds)
+{
+    QDeadlineTimer deadline(milliseconds);
+    while (!condition()) {
+        if (deadline.hasExpired()) {
+            return false;
+        }
+        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 50);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+    return true;
 }
 
 QJsonArray resourceRecords(int count)

@@ -46,6 +46,12 @@ void compare(const char *name, const Side &subject, const Side &floor, const Rou
 /// A figure without a floor: "bench <name>: <subject> <value> <unit> (goal <= X)", or ">=".
 void figure(const char *name, const char *subject, double value, const char *unit, double goal,
             bool higherIsBetter = false);
+/// CPU time of the whole process so far, user and system, in seconds.
+double processCpuSeconds();
+/// Runs the event loop (deferred deletions included) until @p condition holds (true) or
+/// @p milliseconds have passed (false).
+bool waitUntil(const std::function<bool()> &condition, int milliseconds);
+
 /// The number after @p option on the command line ("--rounds 20"), or @p fallback.
 int option(int argc, char *argv[], const char *option, int fallback);
 [[noreturn]] void fail(const char *name, const char *what);
