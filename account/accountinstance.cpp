@@ -306,7 +306,14 @@ void AccountInstance::authenticationFinished(AbstractAuthenticator::Status statu
     d->accessToken = accessToken;
     d->authorization.reset();
 
-    if (status != AbstractAuthenticator::Success) {
+    if (status == AbstractAuthenticator::Success && !accessToken.isValid()) {
+        // A service that says yes without a token it can be asked with (an answer cut short, not
+        // JSON, of the wrong shape) has not signed anybody in: connecting would only end at the
+        // first online check, which has no token to show.
+        d->setStatus(AccountInstance::Disconnected);
+        qCCritical(lcAccount, "Authentication failed: the service answered without a usable token");
+        Q_EMIT error(AccountInstance::AuthenticationFailed);
+    } else if (status != AbstractAuthenticator::Success) {
         d->setStatus(AccountInstance::Disconnected);
         qCCritical(lcAccount, "Authentication failed with status %d", int(status));
         switch (status) {
@@ -330,12 +337,9 @@ void AccountInstance::authenticationFinished(AbstractAuthenticator::Status statu
             break;
         }
     } else {
-        // A success without a token connects all the same, with nothing to register or keep.
-        if (d->accessToken.isValid()) {
-            d->registerAuthorization();
-            d->store.setPersistent(d->authenticator && d->authenticator->persistent());
-            d->store.saveToken(d->accessToken);
-        }
+        d->registerAuthorization();
+        d->store.setPersistent(d->authenticator && d->authenticator->persistent());
+        d->store.saveToken(d->accessToken);
         d->setStatus(AccountInstance::Connected);
         d->online = true;
         Q_EMIT onlineChanged();

@@ -210,7 +210,8 @@ void Service::processResponse()
     }
 
     QJsonParseError parseError;
-    const QJsonObject answer = request->responseObject(&parseError);
+    // JSON of another shape is an answer without a token, tried again later, not a parse failure.
+    const QJsonObject answer = request->response(&parseError).toObject();
     if (parseError.error != QJsonParseError::NoError) {
         qCCritical(lcAccountService) << "Failed to parse token response" << parseError.error
                                      << parseError.errorString();

@@ -181,7 +181,12 @@ void DevServicePrivate::serve(const httplib::Request &request, httplib::Response
         HttpListener::dropConnection(request, response);
         return;
     }
-    HttpListener::write(response, FaultInjector::answer(*fault, serve));
+    const ApiResponse answer = FaultInjector::answer(*fault, serve);
+    if (fault->truncateBody) {
+        HttpListener::writeTruncated(response, answer);
+    } else {
+        HttpListener::write(response, answer);
+    }
 }
 
 void DevServicePrivate::servePlayed(const PlayedService &service, const httplib::Request &request,

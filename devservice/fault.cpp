@@ -4,8 +4,8 @@ namespace vn::devservice {
 
 bool Fault::isValid() const
 {
-    return !path.isEmpty() && count > 0 && (status == 0 || (status >= 100 && status <= 599)) && delay >= 0 &&
-           delay <= MaximumDelay;
+    return !path.isEmpty() && count > 0 && skip >= 0 && (status == 0 || (status >= 100 && status <= 599)) &&
+           delay >= 0 && delay <= MaximumDelay && padTo >= 0 && padTo <= MaximumPadding;
 }
 
 Fault Fault::normalised() const
@@ -34,10 +34,14 @@ QJsonObject Fault::toJson() const
     QJsonObject object{
         {QStringLiteral("path"), path},
         {QStringLiteral("count"), count},
+        {QStringLiteral("skip"), skip},
         {QStringLiteral("status"), status},
         {QStringLiteral("delay"), delay},
         {QStringLiteral("malformedBody"), malformedBody},
         {QStringLiteral("dropConnection"), dropConnection},
+        {QStringLiteral("truncateBody"), truncateBody},
+        {QStringLiteral("padTo"), padTo},
+        {QStringLiteral("badSignature"), badSignature},
     };
     if (!method.isEmpty()) {
         object.insert(QStringLiteral("method"), QString::fromLatin1(method));
@@ -91,13 +95,16 @@ Fault Fault::fromJson(const QJsonObject &object, QString *errorMessage)
         return fail("\"method\" must be a string");
     }
     fault.method = method.toString().toLatin1();
-    if (!integer("count", 1, &fault.count) || !integer("status", 0, &fault.status) ||
-        !integer("delay", 0, &fault.delay)) {
-        return fail("\"count\", \"status\" and \"delay\" must be non-negative integers");
+    if (!integer("count", 1, &fault.count) || !integer("skip", 0, &fault.skip) ||
+        !integer("status", 0, &fault.status) || !integer("delay", 0, &fault.delay) ||
+        !integer("padTo", 0, &fault.padTo)) {
+        return fail("\"count\", \"skip\", \"status\", \"delay\" and \"padTo\" must be non-negative integers");
     }
     if (!boolean("malformedBody", &fault.malformedBody) ||
-        !boolean("dropConnection", &fault.dropConnection)) {
-        return fail("\"malformedBody\" and \"dropConnection\" must be booleans");
+        !boolean("dropConnection", &fault.dropConnection) || !boolean("truncateBody", &fault.truncateBody) ||
+        !boolean("badSignature", &fault.badSignature)) {
+        return fail(
+            "\"malformedBody\", \"dropConnection\", \"truncateBody\" and \"badSignature\" must be booleans");
     }
     const QJsonValue body = object.value(QLatin1String("body"));
     if (!body.isUndefined() && !body.isString()) {
@@ -106,7 +113,8 @@ Fault Fault::fromJson(const QJsonObject &object, QString *errorMessage)
     fault.body = body.toString().toUtf8();
     fault = fault.normalised();
     if (!fault.isValid()) {
-        return fail("\"count\" must be at least 1, \"status\" from 100 to 599 and \"delay\" at most 60000");
+        return fail("\"count\" must be at least 1, \"status\" from 100 to 599, \"delay\" at most 60000 and "
+                    "\"padTo\" at most 67108864");
     }
     return fault;
 }

@@ -29,8 +29,20 @@ struct Fault
     QByteArray body = QByteArray();
     /// Close the connection without any answer.
     bool dropConnection = false;
+    /// Announce the whole body but close the connection after half of it.
+    bool truncateBody = false;
+    /// Pad the body with trailing spaces to this many bytes (the same JSON, only larger), for a
+    /// client's limit on the size of an answer; 0 leaves it alone.
+    int padTo = 0;
+    /// Change one character of every "signature" member of the answer (an object, or the objects
+    /// of an array): the records still read, but no signature verifies.
+    bool badSignature = false;
+    /// How many matching requests pass untouched before it applies: the second of two requests to
+    /// one path (the answer of a device login) is reached with 1.
+    int skip = 0;
 
     static constexpr int MaximumDelay = 60000;
+    static constexpr int MaximumPadding = 64 * 1024 * 1024;
 
     bool isValid() const;
     /// The same fault with the path's leading "/" dropped and the method in upper case, as it is
@@ -38,8 +50,9 @@ struct Fault
     Fault normalised() const;
     bool matches(const QByteArray &requestMethod, const QString &requestPath) const;
 
-    /// The admin interface's form: "path", "method", "count", "status", "delay" (milliseconds),
-    /// "malformedBody", "body" (text), "dropConnection"; only "path" is required.
+    /// The admin interface's form: "path", "method", "count", "skip", "status", "delay"
+    /// (milliseconds), "malformedBody", "body" (text), "dropConnection", "truncateBody", "padTo",
+    /// "badSignature"; only "path" is required.
     QJsonObject toJson() const;
     /// Reads the admin form; on a missing or wrongly typed member the result is not valid and
     /// @p errorMessage says why.

@@ -20,6 +20,40 @@ bool isLoopback(const std::string &address)
     return host.isLoopback() || (isMappedV4 && v4.isLoopback());
 }
 
+// One character of a base64 text changed to another base64 character.
+QString altered(const QString &signature)
+{
+    QString text = signature.isEmpty() ? QStringLiteral("A") : signature;
+    text[0] = text.at(0) == QLatin1Char('A') ? QLatin1Char('B') : QLatin1Char('A');
+    return text;
+}
+
+QJsonObject withBadSignature(QJsonObject record)
+{
+    const QJsonValue signature = record.value(QLatin1String("signature"));
+    if (signature.isString()) {
+        record.insert(QStringLiteral("signature"), altered(signature.toString()));
+    }
+    return record;
+}
+
+QByteArray withBadSignatures(const QByteArray &body)
+{
+    QJsonDocument document = QJsonDocument::fromJson(body);
+    if (document.isObject()) {
+        document.setObject(withBadSignature(document.object()));
+    } else if (document.isArray()) {
+        QJsonArray records = document.array();
+        for (auto record = records.begin(); record != records.end(); ++record) {
+            *record = withBadSignature(record->toObject());
+        }
+        document.setArray(records);
+    } else {
+        return body;
+    }
+    return document.toJson(QJsonDocument::Compact);
+}
+
 } // namespace
 
 void FaultInjector::add(const Fault &fault)
@@ -48,6 +82,10 @@ std::optional<Fault> FaultInjector::take(const QByteArray &method, const QString
     QMutexLocker locker(&m_mutex);
     for (auto it = m_faults.begin(); it != m_faults.end(); ++it) {
         if (it->matches(method, path)) {
+            if (it->skip > 0) {
+                --it->skip;
+                return std::nullopt;
+            }
             const Fault fault = *it;
             if (--it->count <= 0) {
                 m_faults.erase(it);
@@ -84,6 +122,12 @@ ApiResponse FaultInjector::applied(const Fault &fault, const ApiResponse &served
         answer.body = MalformedBody;
     } else if (!fault.body.isEmpty()) {
         answer.body = fault.body;
+    }
+    if (fault.badSignature) {
+        answer.body = withBadSignatures(answer.body);
+    }
+    if (answer.body.size() < fault.padTo) {
+        answer.body.append(QByteArray(fault.padTo - answer.body.size(), ' '));
     }
     return answer;
 }

@@ -25,7 +25,7 @@ public:
     QList<Fault> pending() const;
 
     /// The first pending fault for this request, counted down (and gone at zero); none when no
-    /// fault matches.
+    /// fault matches, or when the matching one still lets this request pass (its skip count).
     std::optional<Fault> take(const QByteArray &method, const QString &path);
     /// Waits out @p fault's delay, in short steps so that interrupt() ends it early.
     void wait(const Fault &fault) const;
@@ -34,7 +34,8 @@ public:
     void interrupt();
     void resume();
     /// What the request is answered with under @p fault (which does not drop the connection):
-    /// the injected status, or @p serve's answer, with the body replaced when the fault says so.
+    /// the injected status, or @p serve's answer, with the body replaced, its signatures broken or
+    /// padded when the fault says so.
     template<typename Serve>
     static ApiResponse answer(const Fault &fault, const Serve &serve)
     {

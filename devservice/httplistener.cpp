@@ -167,6 +167,22 @@ void HttpListener::write(httplib::Response &response, const ApiResponse &answer)
     }
 }
 
+void HttpListener::writeTruncated(httplib::Response &response, const ApiResponse &answer)
+{
+    write(response, answer);
+    const std::string body = answer.body.toStdString();
+    response.body.clear();
+    // A provider that fails after its first part makes the server give up the connection there.
+    response.set_content_provider(body.size(), "application/json",
+                                  [body](size_t offset, size_t, httplib::DataSink &sink) {
+                                      if (offset == 0) {
+                                          sink.write(body.data(), body.size() / 2);
+                                      }
+                                      return false;
+                                  });
+    currentRequest.dropped = true;
+}
+
 bool HttpListener::isWildcard(const QString &address)
 {
     const QHostAddress host(address);

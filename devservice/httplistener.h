@@ -42,6 +42,9 @@ public:
     static void write(httplib::Response &response, const ApiResponse &answer);
     /// 0.0.0.0, :: and the like: a listener on every address.
     static bool isWildcard(const QString &address);
+    /// Sends @p answer's status and headers with the length of its whole body, then half of the
+    /// body, and closes the connection.
+    static void writeTruncated(httplib::Response &response, const ApiResponse &answer);
     /// Closes the request's connection without any answer.
     static void dropConnection(const httplib::Request &request, httplib::Response &response);
 

@@ -243,6 +243,17 @@ void RequestPrivate::replyFinished()
     }
 
     error = finishedReply->error();
+    // Qt does not always notice a connection that closed before the announced length arrived. (A
+    // compressed answer announces the length before Qt unpacks it.)
+    bool known = false;
+    const qint64 length = finishedReply->header(QNetworkRequest::ContentLengthHeader).toLongLong(&known);
+    if (error == QNetworkReply::NoError && known && length != response.size() &&
+        finishedReply->operation() != QNetworkAccessManager::HeadOperation &&
+        !finishedReply->hasRawHeader(QByteArrayLiteral("Content-Encoding"))) {
+        fail(QNetworkReply::RemoteHostClosedError,
+             QStringLiteral("the answer ended after %1 of %2 bytes").arg(response.size()).arg(length));
+        return;
+    }
     responseHeaders = finishedReply->rawHeaderPairs();
     if (error == QNetworkReply::NoError) {
         responseCode = status;
@@ -476,14 +487,31 @@ QJsonValue Request::response(QJsonParseError *error) const
     return QJsonValue();
 }
 
+namespace {
+
+// The parse error for JSON that parsed but is not of the shape asked for.
+void reportWrongShape(const QJsonValue &value, bool expected, QJsonParseError *error)
+{
+    if (error && error->error == QJsonParseError::NoError && !value.isNull() && !expected) {
+        error->error = QJsonParseError::IllegalValue;
+        error->offset = 0;
+    }
+}
+
+} // namespace
+
 QJsonObject Request::responseObject(QJsonParseError *error) const
 {
-    return response(error).toObject();
+    const QJsonValue value = response(error);
+    reportWrongShape(value, value.isObject(), error);
+    return value.toObject();
 }
 
 QJsonArray Request::responseArray(QJsonParseError *error) const
 {
-    return response(error).toArray();
+    const QJsonValue value = response(error);
+    reportWrongShape(value, value.isArray(), error);
+    return value.toArray();
 }
 
 void Request::abort()

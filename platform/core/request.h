@@ -77,8 +77,13 @@ public:
     /// The body of the final response (empty when the exchange failed below HTTP).
     QByteArray rawResponse() const;
     QByteArray responseHeader(const QByteArray &name) const;
+    /// The body as a JSON object or array; @p error says why when it is neither.
     QJsonValue response(QJsonParseError *error = nullptr) const;
+    /// The body as a JSON object. A body that is JSON of another shape (an array) gives an empty
+    /// object and the error IllegalValue at offset 0, as a body that is no JSON at all gives its
+    /// parse error: a caller that checks the error never takes the wrong shape for data.
     QJsonObject responseObject(QJsonParseError *error = nullptr) const;
+    /// The body as a JSON array; an object gives an empty array and the error IllegalValue.
     QJsonArray responseArray(QJsonParseError *error = nullptr) const;
 
 public Q_SLOTS:

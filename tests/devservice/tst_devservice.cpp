@@ -502,8 +502,8 @@ private Q_SLOTS:
         QCOMPARE(added.array().size(), 3);
         QCOMPARE(added.array().at(2).toObject(),
                  jsonObject("{'path': 'api/v1/logins/*', 'method': 'DELETE', 'count': 3, "
-                            "'status': 0, 'delay': 0, 'malformedBody': false, "
-                            "'dropConnection': false}"));
+                            "'status': 0, 'delay': 0, 'malformedBody': false, 'dropConnection': false, "
+                            "'skip': 0, 'truncateBody': false, 'padTo': 0, 'badSignature': false}"));
         // Faults that do not read are refused, all of them.
         for (const char *refused : {"{'status': 500}", "[{'path': 'api/v1/consumer'}, {'path': 5}]",
                                     "{'path': 'api/v1/consumer', 'status': 42}", "path=api/v1/consumer"}) {
