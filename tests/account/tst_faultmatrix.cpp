@@ -99,7 +99,7 @@ class TestFaultMatrix : public QObject
     int m_resetStatus = -1;
     int m_deleteFailures = 0;
     int m_rowsBefore = 0;
-    QObject *m_before = nullptr; // the record the refresh under test would replace
+    QPointer<QObject> m_before; // the record the refresh under test would replace
 
     Service *files() const
     {
@@ -111,6 +111,21 @@ class TestFaultMatrix : public QObject
             }
         }
         return nullptr;
+    }
+
+    // The object that a refresh of @p call replaces when it succeeds.
+    QObject *record(Call call) const
+    {
+        switch (call) {
+        case ConsumerUpdate:
+            return m_account->consumer();
+        case IdentityUpdate:
+            return m_account->identity();
+        case ResourceUpdate:
+            return m_account->resourceList().value(0);
+        default:
+            return nullptr;
+        }
     }
 
     static QMap<QString, QByteArray> profile()
@@ -208,10 +223,7 @@ class TestFaultMatrix : public QObject
             m_otherLogin = m_logins->index(firstIsOwn ? 1 : 0).data(LoginListModel::SessionIdRole).toString();
         }
         m_rowsBefore = m_logins ? m_logins->rowCount() : 0;
-        m_before = call == ConsumerUpdate   ? static_cast<QObject *>(m_account->consumer())
-                   : call == IdentityUpdate ? static_cast<QObject *>(m_account->identity())
-                   : call == ResourceUpdate ? static_cast<QObject *>(m_account->resourceList().value(0))
-                                            : nullptr;
+        m_before = record(call);
         m_deleteFailures = 0;
         m_resetStatus = -1;
         s_serviceFailures = 0;
@@ -294,12 +306,10 @@ class TestFaultMatrix : public QObject
         case ConsumerUpdate:
         case IdentityUpdate:
         case ResourceUpdate: {
-            const QObject *now = call == ConsumerUpdate   ? static_cast<QObject *>(m_account->consumer())
-                                 : call == IdentityUpdate ? static_cast<QObject *>(m_account->identity())
-                                                          : m_account->resourceList().value(0);
-            return state + (now == m_before ? QStringLiteral(", kept")
-                            : now           ? QStringLiteral(", new")
-                                            : QStringLiteral(", none"));
+            const QObject *now = record(call);
+            return state + (now && now == m_before ? QStringLiteral(", kept")
+                            : now                  ? QStringLiteral(", new")
+                                                   : QStringLiteral(", none"));
         }
         case ServiceToken:
             return files()->status() == Service::Ready ? QStringLiteral("Ready") : QStringLiteral("Pending");
@@ -308,7 +318,9 @@ class TestFaultMatrix : public QObject
                    : m_logins->rowCount() == 0          ? QStringLiteral("rows emptied")
                                                         : QStringLiteral("rows changed");
         case EndLogin:
-            return m_deleteFailures > 0 ? QStringLiteral("deleteFailed") : QStringLiteral("ended");
+            return m_deleteFailures > 0                   ? QStringLiteral("deleteFailed")
+                   : m_logins->rowCount() != m_rowsBefore ? QStringLiteral("ended")
+                                                          : QStringLiteral("pending");
         case PasswordReset:
             return QString::number(m_resetStatus);
         }
@@ -345,6 +357,7 @@ private Q_SLOTS:
         m_logins.reset();
     }
 
+    // Faults that end alike share a line; each fault is a row of its own.
     void matrix_data()
     {
         QTest::addColumn<int>("call");
@@ -352,141 +365,67 @@ private Q_SLOTS:
         QTest::addColumn<QString>("expected");
         QTest::addColumn<QString>("profile");
         QTest::addColumn<QString>("recovered");
-
-        const auto rows = [](Call call, const QString &recovered, const QList<QStringList> &cells) {
+        const auto rows = [](Call call, const char *recovered, const QList<QStringList> &cells) {
             for (const QStringList &cell : cells) {
-                const QByteArray name = QByteArray(Paths[call].name) + ": " + cell.at(0).toLatin1();
-                QTest::newRow(name.constData())
-                    << int(call) << cell.at(0) << cell.at(1) << cell.at(2) << recovered;
+                for (const QString &fault : cell.at(0).split(QLatin1Char(' '))) {
+                    const QByteArray name = QByteArray(Paths[call].name) + ": " + fault.toLatin1();
+                    QTest::newRow(name.constData())
+                        << int(call) << fault << cell.at(1) << cell.at(2) << recovered;
+                }
             }
         };
         // A failed login leaves the signed-out profile as it was.
-        const QString out = QStringLiteral("kept");
         rows(Login, "Connected NoError",
-             {{"500", "Disconnected ServiceFailure", out},
-              {"503", "Disconnected ServiceFailure", out},
-              {"401", "Disconnected AuthenticationFailed", out},
-              {"403", "Disconnected AuthenticationFailed", out},
-              {"404", "Disconnected AuthenticationFailed", out},
-              {"dropped", "Disconnected ServiceUnavailable", out},
-              {"cut", "Disconnected ServiceUnavailable", out},
-              {"silent", "Disconnected ServiceUnavailable", out},
-              {"malformed", "Disconnected AuthenticationFailed", out},
-              {"shape", "Disconnected AuthenticationFailed", out},
-              {"oversized", "Disconnected ServiceUnavailable", out}});
+             {{"500 503", "Disconnected ServiceFailure", "kept"},
+              {"401 403 404 malformed shape", "Disconnected AuthenticationFailed", "kept"},
+              {"dropped cut silent oversized", "Disconnected ServiceUnavailable", "kept"}});
+        // A challenge answer without a challenge is the service's failure.
         rows(DeviceChallenge, "Connected NoError",
-             {{"500", "Disconnected ServiceFailure", out},
-              {"503", "Disconnected ServiceFailure", out},
-              {"401", "Disconnected AuthenticationFailed", out},
-              {"403", "Disconnected AuthenticationFailed", out},
-              {"404", "Disconnected AuthenticationFailed", out},
-              {"dropped", "Disconnected ServiceUnavailable", out},
-              {"cut", "Disconnected ServiceUnavailable", out},
-              {"silent", "Disconnected ServiceUnavailable", out},
-              {"malformed", "Disconnected ServiceFailure", out},
-              {"shape", "Disconnected ServiceFailure", out},
-              {"oversized", "Disconnected ServiceUnavailable", out}});
+             {{"500 503 malformed shape", "Disconnected ServiceFailure", "kept"},
+              {"401 403 404", "Disconnected AuthenticationFailed", "kept"},
+              {"dropped cut silent oversized", "Disconnected ServiceUnavailable", "kept"}});
         rows(DeviceAnswer, "Connected NoError",
-             {{"500", "Disconnected ServiceFailure", out},
-              {"503", "Disconnected ServiceFailure", out},
-              {"401", "Disconnected AuthenticationFailed", out},
-              {"403", "Disconnected AuthenticationFailed", out},
-              {"404", "Disconnected AuthenticationFailed", out},
-              {"dropped", "Disconnected ServiceUnavailable", out},
-              {"cut", "Disconnected ServiceUnavailable", out},
-              {"silent", "Disconnected ServiceUnavailable", out},
-              {"malformed", "Disconnected AuthenticationFailed", out},
-              {"shape", "Disconnected AuthenticationFailed", out},
-              {"oversized", "Disconnected ServiceUnavailable", out}});
-        // Only a 401 of the online check ends the login; every other failure leaves it offline.
+             {{"500 503", "Disconnected ServiceFailure", "kept"},
+              {"401 403 404 malformed shape", "Disconnected AuthenticationFailed", "kept"},
+              {"dropped cut silent oversized", "Disconnected ServiceUnavailable", "kept"}});
+        // Only a 401 of the online check ends the login; a 200 that does not read still says online.
         rows(OnlineCheck, "Connected online",
-             {{"500", "Connected offline", "kept"},
-              {"503", "Connected offline", "kept"},
+             {{"500 503 403 404 dropped cut silent oversized", "Connected offline", "kept"},
               {"401", "Disconnected offline", "wiped"},
-              {"403", "Connected offline", "kept"},
-              {"404", "Connected offline", "kept"},
-              {"dropped", "Connected offline", "kept"},
-              {"cut", "Connected offline", "kept"},
-              {"silent", "Connected offline", "kept"},
-              {"malformed", "Connected online", "kept"},
-              {"shape", "Connected online", "kept"},
-              {"oversized", "Connected offline", "kept"}});
+              {"malformed shape", "Connected online", "kept"}});
         // A logout always ends signed out.
         rows(Logout, "Disconnected NoError",
-             {{"500", "Disconnected ServiceFailure", "wiped"},
-              {"503", "Disconnected ServiceFailure", "wiped"},
-              {"401", "Disconnected ServiceFailure", "wiped"},
-              {"403", "Disconnected ServiceFailure", "wiped"},
-              {"404", "Disconnected ServiceFailure", "wiped"},
-              {"dropped", "Disconnected ServiceUnavailable", "wiped"},
-              {"cut", "Disconnected ServiceUnavailable", "wiped"},
-              {"silent", "Disconnected ServiceUnavailable", "wiped"},
-              {"malformed", "Disconnected NoError", "wiped"},
-              {"shape", "Disconnected NoError", "wiped"},
-              {"oversized", "Disconnected ServiceUnavailable", "wiped"}});
-        const QList<QStringList> refreshFailures = {
-            {"500", "Connected online, kept", "kept"},       {"503", "Connected online, kept", "kept"},
-            {"401", "Connected online, kept", "kept"},       {"403", "Connected online, kept", "kept"},
-            {"404", "Connected online, kept", "kept"},       {"dropped", "Connected online, kept", "kept"},
-            {"cut", "Connected online, kept", "kept"},       {"silent", "Connected online, kept", "kept"},
-            {"malformed", "Connected online, kept", "kept"}, {"oversized", "Connected online, kept", "kept"}};
-        rows(ConsumerUpdate, "Connected online, new",
-             refreshFailures + QList<QStringList>{{"shape", "Connected online, kept", "kept"}});
+             {{"500 503 401 403 404", "Disconnected ServiceFailure", "wiped"},
+              {"dropped cut silent oversized", "Disconnected ServiceUnavailable", "wiped"},
+              {"malformed shape", "Disconnected NoError", "wiped"}});
+        // A failed update keeps the record; forged records are dropped, and the answer is kept as
+        // it came (it is verified again on the next start).
+        const char *failures = "500 503 401 403 404 dropped cut silent malformed shape oversized";
+        rows(ConsumerUpdate, "Connected online, new", {{failures, "Connected online, kept", "kept"}});
         rows(IdentityUpdate, "Connected online, new",
-             refreshFailures + QList<QStringList>{{"shape", "Connected online, kept", "kept"},
-                                                  {"forged", "Connected online, none", "changed identity"}});
+             {{failures, "Connected online, kept", "kept"},
+              {"forged", "Connected online, none", "changed identity"}});
         rows(ResourceUpdate, "Connected online, new",
-             refreshFailures + QList<QStringList>{{"shape", "Connected online, kept", "kept"},
-                                                  {"forged", "Connected online, none", "changed resources"}});
-        rows(ServiceToken, "Ready",
-             {{"500", "Pending", "kept"},
-              {"503", "Pending", "kept"},
-              {"401", "Pending", "kept"},
-              {"403", "Pending", "kept"},
-              {"404", "Pending", "kept"},
-              {"dropped", "Pending", "kept"},
-              {"cut", "Pending", "kept"},
-              {"silent", "Pending", "kept"},
-              {"malformed", "Pending", "kept"},
-              {"shape", "Pending", "kept"},
-              {"oversized", "Pending", "kept"}});
+             {{failures, "Connected online, kept", "kept"},
+              {"forged", "Connected online, none", "changed resources"}});
+        rows(ServiceToken, "Ready", {{failures, "Pending", "kept"}});
         // A failed list leaves the rows; an answer that is not an array empties them.
         rows(LoginList, "rows kept",
-             {{"500", "rows kept", "kept"},
-              {"503", "rows kept", "kept"},
-              {"401", "rows kept", "kept"},
-              {"403", "rows kept", "kept"},
-              {"404", "rows kept", "kept"},
-              {"dropped", "rows kept", "kept"},
-              {"cut", "rows kept", "kept"},
-              {"silent", "rows kept", "kept"},
-              {"malformed", "rows emptied", "kept"},
-              {"shape", "rows emptied", "kept"},
-              {"oversized", "rows kept", "kept"}});
+             {{"500 503 401 403 404 dropped cut silent oversized", "rows kept", "kept"},
+              {"malformed shape", "rows emptied", "kept"}});
+        // Only the status counts for ending a login.
         rows(EndLogin, "ended",
-             {{"500", "deleteFailed", "kept"},
-              {"503", "deleteFailed", "kept"},
-              {"401", "deleteFailed", "kept"},
-              {"403", "deleteFailed", "kept"},
-              {"404", "deleteFailed", "kept"},
-              {"dropped", "deleteFailed", "kept"},
-              {"cut", "deleteFailed", "kept"},
-              {"silent", "deleteFailed", "kept"},
-              {"malformed", "ended", "kept"},
-              {"shape", "ended", "kept"},
-              {"oversized", "deleteFailed", "kept"}});
+             {{"500 503 401 403 404 dropped cut silent oversized", "deleteFailed", "kept"},
+              {"malformed shape", "ended", "kept"}});
+        // The status as it came, 0 for none.
         rows(PasswordReset, "201",
              {{"500", "500", "kept"},
               {"503", "503", "kept"},
               {"401", "401", "kept"},
               {"403", "403", "kept"},
               {"404", "404", "kept"},
-              {"dropped", "0", "kept"},
-              {"cut", "0", "kept"},
-              {"silent", "0", "kept"},
-              {"malformed", "201", "kept"},
-              {"shape", "201", "kept"},
-              {"oversized", "0", "kept"}});
+              {"dropped cut silent oversized", "0", "kept"},
+              {"malformed shape", "201", "kept"}});
     }
 
     void matrix()
@@ -517,9 +456,13 @@ private Q_SLOTS:
         played.badSignature = fault == "forged";
         // Qt sends a request once more on a connection that closed before any answer.
         played.count = (target.repeats ? 2 : 1) * (played.dropConnection ? 2 : 1);
-        m_fixture.service.addFault(played);
-
         const QMap<QString, QByteArray> before = this->profile();
+        m_fixture.service.addFault(played);
+        if (target.repeats) {
+            // An answer under way when the fault came is handled before the first faulted request.
+            QTRY_VERIFY(m_fixture.service.faults().value(0).count < played.count);
+            m_before = record(Call(call));
+        }
         start(Call(call));
         QVERIFY2(QTest::qWaitFor([&] { return settled(Call(call)); }, 10000),
                  qPrintable(outcome(Call(call))));
@@ -527,10 +470,18 @@ private Q_SLOTS:
         QCOMPARE(profileChange(before, this->profile()), profile);
 
         m_fixture.service.clearFaults();
-        m_before = nullptr;
+        m_before = call == ConsumerUpdate ? m_before : nullptr; // a forged chain or list comes back
         if (!target.repeats || m_account->status() != Account::Connected) {
             QVERIFY(prepare(Call(call)));
             start(Call(call));
+        } else {
+            // Two requests served as they are: the answer to the first has been handled.
+            played = Fault();
+            played.path = QStringLiteral("api/v1/") + QLatin1String(target.path);
+            played.method = target.method;
+            played.count = 2;
+            m_fixture.service.addFault(played);
+            QTRY_VERIFY(m_fixture.service.faults().isEmpty());
         }
         QTRY_COMPARE_WITH_TIMEOUT(outcome(Call(call)), recovered, 10000);
     }
