@@ -5,5 +5,5 @@
 set -eu
 cd "$(dirname "$0")/.."
 cmake --preset release >/dev/null
-cmake --build --preset release --target bench_soak vantro-account >/dev/null
+cmake --build --preset release --target bench_soak vantro-account vantro-account-devservice >/dev/null
 exec build/release/bench/bench_soak --minutes "${1:-10}"

@@ -3,14 +3,13 @@
 // connection, an answer that is not JSON, or a slow one) is set on about one request in ten for
 // the whole run. It reports resident memory after warm-up and at the end, whether the registered
 // authorizations always equal what the live objects hold, and whether the profile could be
-// restored by a new process at every check.
+// restored by a new process at every check. The development service runs as a process of its own
+// (its faults set through its admin path), so that the memory measured is the account's alone.
 //
 //   bench_soak [--minutes N, default 10] [--checks N, default 20]
 
 #include "autotest_p.h"
 #include "benchsupport.h"
-
-#include <devservice.h>
 
 #include <VantroAccount/account.h>
 #include <VantroAccount/credentialauthenticator.h>
@@ -19,10 +18,13 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QLoggingCategory>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
@@ -51,9 +53,14 @@ long residentKilobytes()
     return -1;
 }
 
-// The demo users, identities and credentials, with a hundred services more for Ada.
-vn::devservice::Scenario scenario(const QString &demoFolder)
+// The demo users, identities and credentials, with a hundred services more for Ada, written as a
+// scenario file into @p folder beside the demo's keys.
+QString writeScenario(const QString &folder)
 {
+    const QString demoFolder = QStringLiteral(":/vantro-devservice/demo");
+    for (const QString &name : QDir(demoFolder).entryList(QDir::Files)) {
+        QFile::copy(demoFolder + QLatin1Char('/') + name, folder + QLatin1Char('/') + name);
+    }
     QFile demo(demoFolder + QStringLiteral("/scenario.json"));
     if (!demo.open(QIODevice::ReadOnly)) {
         bench::fail("soak", "cannot read the demo scenario");
@@ -68,13 +75,12 @@ vn::devservice::Scenario scenario(const QString &demoFolder)
                                     {"service", QStringLiteral("soak-%1").arg(index)}}}});
     }
     document.insert(QStringLiteral("resources"), resources);
-    QString error;
-    const vn::devservice::Scenario result = vn::devservice::Scenario::fromJson(document, demoFolder, &error);
-    if (!result.isValid()) {
-        std::printf("%s\n", qPrintable(error));
-        bench::fail("soak", "the soak scenario does not load");
+    const QString path = folder + QStringLiteral("/soak-scenario.json");
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(QJsonDocument(document).toJson()) <= 0) {
+        bench::fail("soak", "cannot write the soak scenario");
     }
-    return result;
+    return path;
 }
 
 } // namespace
@@ -88,12 +94,24 @@ int main(int argc, char *argv[])
 
     QTemporaryDir folder;
     qputenv("VANTRO_PROFILE_LOCATION", QFile::encodeName(folder.filePath(QStringLiteral("profiles"))));
-    vn::devservice::DevService service(scenario(QStringLiteral(":/vantro-devservice/demo")));
-    service.setJournalLimit(0);
-    service.setServiceTokenLifetime(600); // renewed every few seconds on the fast clock
     const QString configuration = folder.filePath(QStringLiteral("account.json"));
-    if (!service.listen(QStringLiteral("127.0.0.1"), 0) || !service.writeConfiguration(configuration)) {
-        bench::fail("soak", "cannot start the development service");
+    QProcess service;
+    service.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    // Service tokens live ten minutes: renewed every few seconds on the fast clock.
+    service.start(QStringLiteral(VANTRO_DEVSERVICE_PROGRAM),
+                  {QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--scenario"),
+                   writeScenario(folder.path()), QStringLiteral("--service-token-lifetime"),
+                   QStringLiteral("600"), QStringLiteral("--write-config"), configuration});
+    QUrl serviceUrl;
+    const auto configured = [&] {
+        QFile file(configuration);
+        const QJsonObject written =
+            QJsonDocument::fromJson(file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray()).object();
+        serviceUrl = QUrl(written.value(QLatin1String("serviceUrl")).toString());
+        return serviceUrl.port() > 0;
+    };
+    if (!bench::waitUntil(configured, 30000)) {
+        bench::fail("soak", "the development service did not start");
     }
     qputenv("VANTRO_ACCOUNT_CONFIG", QFile::encodeName(configuration));
     vn::account::TimeScale::setFactor(0.001);
@@ -118,38 +136,36 @@ int main(int argc, char *argv[])
     }
 
     // About one request in ten meets a fault: every 20 ms one is set for the next request to a path
-    // the account uses (the schedule sends about two hundred requests a second).
+    // the account uses (the schedule sends about two hundred requests a second). A 401 of the online
+    // check would end the login, as it must; the soak keeps it. Faults for paths asked rarely would
+    // pile up: a few pending at a time, as the service's answer lists them.
     const QStringList paths{"api/v1/logins/current", "api/v1/consumer", "api/v1/account/identity",
                             "api/v1/entitled", "api/v1/tokens/*"};
+    const QStringList kinds{R"("status": 500)", R"("status": 503)", R"("dropConnection": true, "count": 2)",
+                            R"("malformedBody": true)", R"("delay": 300)"};
+    QNetworkAccessManager admin;
+    QNetworkRequest faultRequest(serviceUrl.resolved(QUrl(QStringLiteral("admin/faults"))));
+    faultRequest.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+    int pending = 0;
+    bool sending = false;
     QTimer faults;
     faults.callOnTimeout([&] {
+        if (sending) {
+            return;
+        }
+        // With enough pending, only ask how many are left.
         QRandomGenerator *random = QRandomGenerator::global();
-        vn::devservice::Fault fault;
-        fault.path = paths.at(int(random->bounded(paths.size())));
-        switch (random->bounded(5)) {
-        case 0:
-            fault.status = 500;
-            break;
-        case 1:
-            fault.status = 503;
-            break;
-        case 2:
-            fault.dropConnection = true;
-            fault.count = 2;
-            break;
-        case 3:
-            fault.malformedBody = true;
-            break;
-        default:
-            fault.delay = 300;
-            break;
-        }
-        // A 401 of the online check would end the login, as it must; the soak keeps it. Faults for
-        // paths asked rarely would pile up in the service (and in this process's memory): a few
-        // pending at a time.
-        if (service.faults().size() < 8) {
-            service.addFault(fault);
-        }
+        const QString fault = QStringLiteral(R"({"path": "%1", %2})")
+                                  .arg(paths.at(int(random->bounded(paths.size()))),
+                                       kinds.at(int(random->bounded(kinds.size()))));
+        sending = true;
+        QNetworkReply *reply =
+            pending >= 8 ? admin.get(faultRequest) : admin.post(faultRequest, fault.toUtf8());
+        QObject::connect(reply, &QNetworkReply::finished, reply, [&, reply] {
+            pending = int(QJsonDocument::fromJson(reply->readAll()).array().size());
+            sending = false;
+            reply->deleteLater();
+        });
     });
     faults.start(20);
 
@@ -189,6 +205,8 @@ int main(int argc, char *argv[])
             restore.waitForFinished(60000) && restore.readAllStandardOutput().contains("\"signedIn\": true");
     }
     faults.stop();
+    service.terminate();
+    service.waitForFinished(10000);
 
     std::printf(
         "bench soak: %d min, resident %ld KiB after warm-up, %ld KiB at most, growth %ld KiB (goal < 1024); "

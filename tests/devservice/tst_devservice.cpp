@@ -401,6 +401,7 @@ private Q_SLOTS:
         row("status twice", "{'path': 'api/v1/consumer', 'count': 2, 'status': 503}", {"503", "503", "200"});
         row("malformed body", "{'path': 'api/v1/consumer', 'malformedBody': true}", {"200!", "200"});
         row("delay", "{'path': 'api/v1/consumer', 'status': 503, 'delay': 300}", {"503", "200"});
+        row("second request", "{'path': 'api/v1/consumer', 'skip': 1, 'status': 503}", {"200", "503", "200"});
         row("leading slash", "{'path': '/api/v1/consumer', 'status': 502}", {"502", "200"});
         row("path prefix", "{'path': 'api/v1/*', 'status': 429}", {"429", "200"});
         row("other path", "{'path': 'api/v1/entitled', 'status': 500}", {"200", "200"}, 1);
