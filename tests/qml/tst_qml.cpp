@@ -43,11 +43,12 @@ class Setup : public QObject
 public Q_SLOTS:
     void applicationAvailable()
     {
-        if (!m_fixture.start(0.01)) { // the login list's minute passes in 0.6 s
+        m_fixture = std::make_unique<AccountFixture>(); // after the application, as it needs one
+        if (!m_fixture->start(0.01)) {                  // the login list's minute passes in 0.6 s
             qFatal("the development service did not start");
         }
-        m_control = std::make_unique<ServiceControl>(m_fixture);
-        m_resetRedirect = m_fixture.resetRedirect();
+        m_control = std::make_unique<ServiceControl>(*m_fixture);
+        m_resetRedirect = m_fixture->resetRedirect();
     }
 
     void qmlEngineAvailable(QQmlEngine *engine)
@@ -58,7 +59,7 @@ public Q_SLOTS:
     }
 
 private:
-    AccountFixture m_fixture;
+    std::unique_ptr<AccountFixture> m_fixture;
     std::unique_ptr<ServiceControl> m_control;
     std::unique_ptr<QQmlNetworkAccessManagerFactory> m_resetRedirect;
 };

@@ -1,6 +1,5 @@
-// The real vantro-account program against the development service running in this process: each
-// command's output and exit code, secrets never printed, a login kept for later processes, and the
-// service failing or ending the login under it.
+// The real vantro-account program against the development service in this process: each command's
+// output and exit code, secrets never printed, and the service failing or ending the login under it.
 
 #include "serviceclient.h"
 
@@ -35,9 +34,9 @@ const QStringList ClientEntries = {"clientId", "clientKey"};
 
 struct Row
 {
-    // Before the command: "ada" when signed in as Ada, then what the service does: nothing (it is
-    // up), "down", "revoke" (Ada's login), "other" (a second login of Ada, whose id is @other in the
-    // arguments), or "PATH STATUS [COUNT]": the next COUNT requests to api/v1/PATH get STATUS.
+    // "ada" when signed in as Ada, then what the service does: nothing, "down", "revoke" (Ada's
+    // login), "other" (a second login of Ada, @other in the arguments), or "PATH STATUS [COUNT]":
+    // the next COUNT requests to api/v1/PATH get STATUS.
     QString before;
     QString arguments; // @/ is the test's folder, @own the id of Ada's login
     int exitCode;
@@ -74,12 +73,10 @@ class TestVantroAccount : public QObject
         process.start(VANTRO_ACCOUNT_PROGRAM, arguments);
         process.write(input);
         process.closeWriteChannel();
-        Result result;
-        if (process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit) {
-            result.exitCode = process.exitCode();
-        }
-        result.out = QString::fromUtf8(process.readAllStandardOutput());
-        result.err = QString::fromUtf8(process.readAllStandardError());
+        const bool finished = process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit;
+        const Result result{finished ? process.exitCode() : -1,
+                            QString::fromUtf8(process.readAllStandardOutput()),
+                            QString::fromUtf8(process.readAllStandardError())};
         m_printed += result.out + result.err;
         return result;
     }
@@ -88,7 +85,6 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void cleanup();
-
     void commands_data();
     void commands();
     void persistedLogin();
@@ -198,8 +194,6 @@ void TestVantroAccount::commands_data()
         "^The service refused the sign-in with the key in \\S+unknown.pem: it does not know this key", false);
     row("login, no key file", "", "login --key @/missing.pem", 1, "^$",
         "^Cannot read the key file \\S+missing.pem: No such file or directory.\n$", false);
-    row("login, not a key", "", "login --key @/account.json", 1, "^$",
-        "account.json holds no private key in PEM form", false);
 
     row("status", "ada", "status", 0,
         "Status: +Connected, online\n(.*\n)+Consumer: +Ada Lovelace <ada@example.com>, id \\S+\n"
@@ -240,7 +234,6 @@ void TestVantroAccount::commands_data()
     row("status, service refuses", "ada logins/current 404", "status", 1, "Status: +Connected, offline\n",
         "answered the login check with HTTP 404; check that", true);
     row("status, login revoked", "ada revoke", "status", 3, "Status: +Disconnected\n", ended, false);
-    row("resources, service answers 401", "ada logins/current 401", "resources", 3, "^$", ended, false);
     row("logins, service fails", "ada logins 500", "logins", 1, "^$",
         "failed with HTTP 500 on the login list", true);
     row("logout, service down", "ada down", "logout", 1, "^$",
@@ -259,9 +252,6 @@ void TestVantroAccount::commands_data()
         "^login takes one user name, as in 'vantro-account login USER'.", false);
     row("login with key and user", "", "login ada@example.com --key @/unknown.pem", 2, "^$",
         "^login --key takes no user name", false);
-    row("services get without path", "ada", "services get demo-files", 2, "^$",
-        "^services get takes a service name and a path", true);
-    row("status with an argument", "", "status now", 2, "^$", "^status takes no arguments", false);
     row("option of a form of another command", "", "status --key @/unknown.pem", 2, "^$",
         "^--key goes with login only.", false);
     row("option of another form", "", "login --key @/unknown.pem --password-stdin", 2, "^$",
@@ -323,17 +313,17 @@ void TestVantroAccount::commands()
 
 void TestVantroAccount::persistedLogin()
 {
-    // A named profile in a folder of its own, chosen by options; every command a new process that
-    // finds there what the program's own sign-in kept.
+    // A named profile in a folder of its own, chosen by options, where the next process finds the
+    // program's own sign-in.
     const QString folder = m_folder.filePath("named");
     m_profile = folder + "/work";
-    const QStringList options = {"--json", "--profile", "work", "--profile-location", folder};
-    const Result login = run(QStringList{"login", Ada, "--password-stdin"} + options, AdaPassword.toUtf8());
-    QCOMPARE(QJsonDocument::fromJson(login.out.toUtf8())["consumer"]["name"], QJsonValue("Ada Lovelace"));
-    QVERIFY(profileEntries().contains("accessToken"));
-
-    const QJsonObject status =
-        QJsonDocument::fromJson(run(QStringList{"status"} + options).out.toUtf8()).object();
+    const auto json = [&](const QStringList &command, const QByteArray &input = {}) {
+        const QStringList options = {"--json", "--profile", "work", "--profile-location", folder};
+        return QJsonDocument::fromJson(run(command + options, input).out.toUtf8());
+    };
+    QCOMPARE(json({"login", Ada, "--password-stdin"}, AdaPassword.toUtf8())["consumer"]["name"],
+             QJsonValue("Ada Lovelace"));
+    const QJsonObject status = json({"status"}).object();
     QCOMPARE(status.keys(), QStringList({"clientId", "consumer", "identity", "online", "profile", "resources",
                                          "serviceUrl", "session", "signedIn", "status"}));
     QCOMPARE(status["profile"], QJsonValue("work"));
@@ -342,17 +332,10 @@ void TestVantroAccount::persistedLogin()
     QCOMPARE(status["consumer"]["permissions"][3],
              QJsonValue(QJsonObject{{"value", 0x20001}, {"flags", QJsonArray{"ReadPermission", "Journal"}}}));
 
-    const QJsonArray resources =
-        QJsonDocument::fromJson(run(QStringList{"resources"} + options).out.toUtf8()).array();
+    const QJsonArray resources = json({"resources"}).array();
     QCOMPARE(resources.size(), 9);
     QCOMPARE(resources[0].toObject().keys(),
              QStringList({"id", "owner", "payload", "priority", "type", "valid", "withheld"}));
-    int withheld = 0;
-    for (const QJsonValue &resource : resources) {
-        QVERIFY(resource["valid"].toBool());
-        withheld += resource["withheld"].toArray().size();
-    }
-    QCOMPARE(withheld, 6);
 }
 
 void TestVantroAccount::passwordPrompt()
