@@ -9,11 +9,6 @@
 
 #include <QtTest>
 
-#include <poll.h>
-#include <pty.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 using namespace vn::test;
 
 namespace {
@@ -340,36 +335,19 @@ void TestVantroAccount::persistedLogin()
 
 void TestVantroAccount::passwordPrompt()
 {
-    // The prompt needs a controlling terminal: the program runs on a pseudo-terminal of its own.
+    // The prompt needs a controlling terminal, which script(1) gives the program.
     qputenv("VANTRO_ACCOUNT_CONFIG", QFile::encodeName(m_configuration));
-    int terminal = -1;
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
-    QVERIFY(child >= 0);
-    if (child == 0) {
-        ::execl(VANTRO_ACCOUNT_PROGRAM, VANTRO_ACCOUNT_PROGRAM, "login", "ada@example.com", nullptr);
-        ::_exit(127);
-    }
+    QProcess script;
+    script.start("script", {"-qec", VANTRO_ACCOUNT_PROGRAM " login ada@example.com", "/dev/null"});
     QByteArray seen;
-    // Reads until @p text has come, or the output ends.
-    const auto readUntil = [&](const QByteArray &text) {
-        char buffer[512];
-        pollfd readable = {terminal, POLLIN, 0};
-        ssize_t count = 0;
-        while (!seen.contains(text) && ::poll(&readable, 1, 20000) > 0 &&
-               (count = ::read(terminal, buffer, sizeof buffer)) > 0) {
-            seen.append(buffer, int(count));
-        }
-        return seen.contains(text);
-    };
-    QVERIFY(readUntil("Password for ada@example.com: "));
-    const QByteArray typed = AdaPassword.toUtf8() + '\n';
-    QCOMPARE(::write(terminal, typed.constData(), size_t(typed.size())), ssize_t(typed.size()));
-    readUntil("\x01"); // everything up to the end of the output
-    int status = 0;
-    QCOMPARE(::waitpid(child, &status, 0), child);
-    ::close(terminal);
+    while (!seen.contains("Password for ada@example.com: ") && script.waitForReadyRead(20000)) {
+        seen += script.readAll();
+    }
+    script.write(AdaPassword.toUtf8() + '\n'); // typed only now: before the prompt, the terminal echoes
+    QVERIFY(script.waitForFinished(60000));
+    seen += script.readAll();
     m_printed += QString::fromUtf8(seen); // the typed password must not come back either
-    QVERIFY2(WIFEXITED(status) && WEXITSTATUS(status) == 0 && seen.contains("Signed in to http://"),
+    QVERIFY2(script.exitCode() == 0 && seen.contains("Signed in to http://"),
              qPrintable(QString::fromUtf8(seen).remove(AdaPassword)));
     QVERIFY(profileEntries().contains("accessToken"));
 }
