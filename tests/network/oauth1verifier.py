@@ -1,8 +1,11 @@
 """An OAuth 1 resource server whose checks are oauthlib's RFC 5849 code, sharing nothing with the client.
 It answers 200 with the request's nonce when signature and protocol parameters are right, else 401 with
-what is wrong. Arguments: consumer key, consumer secret, token, token secret. Prints its port first."""
+what is wrong. Arguments: consumer key, consumer secret, token, token secret. Prints its port first,
+and ends when its standard input does."""
 
+import os
 import sys
+import threading
 import time
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
@@ -54,4 +57,6 @@ server = ThreadingHTTPServer(("127.0.0.1", 0), Verifier)
 server.daemon_threads = True
 print(server.server_address[1], flush=True)
 sys.stdout.close()
+# Ends with the test, even one that crashed: its end closes our standard input.
+threading.Thread(target=lambda: (sys.stdin.read(), os._exit(0)), daemon=True).start()
 server.serve_forever()

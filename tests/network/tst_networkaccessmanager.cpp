@@ -42,8 +42,7 @@ void collect(QtMsgType type, const QMessageLogContext &context, const QString &m
 
 AuthorizationHandle registered(Authorization *authorization)
 {
-    const auto registry = AuthorizationRegistry::instance();
-    return AuthorizationHandle(registry->add(authorization), HandleDeleter(registry));
+    return AuthorizationHandle(AuthorizationRegistry::instance()->add(authorization));
 }
 
 AuthorizationHandle bearer(const QString &host, const QByteArray &token)
