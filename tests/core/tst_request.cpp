@@ -1,3 +1,4 @@
+// Requests over real HTTP: what each verb sends, redirects hop by hop, failures, limits and abort.
 #include "testhttpserver.h"
 
 #include <Vantro/deleterequest.h>
@@ -46,15 +47,6 @@ Make maker(Body... body)
     };
 }
 
-/// Waits for @p request, then a little longer: a second finished() would come from a late reply or timer.
-bool finishesOnce(Request *request)
-{
-    QSignalSpy finished(request, &Request::finished);
-    const bool arrived = finished.wait(10000);
-    QTest::qWait(20);
-    return arrived && finished.count() == 1;
-}
-
 } // namespace
 
 class TestRequest : public QObject
@@ -75,24 +67,21 @@ private Q_SLOTS:
     void exchanges_data()
     {
         QTest::addColumn<Make>("make");
-        QTest::addColumn<QByteArray>("type");    // set as QNetworkRequest::ContentTypeHeader
-        QTest::addColumn<QByteArray>("rawType"); // set as a raw Content-Type header afterwards
+        QTest::addColumn<QByteArray>("type");    // the request's Content-Type
         QTest::addColumn<int>("via");            // a redirect status on the way, or 0
         QTest::addColumn<bool>("otherOrigin");   // of the redirect's target
         QTest::addColumn<QByteArray>("arrives"); // the method the target sees
         QTest::addColumn<QByteArray>("sent");    // and the body
         const auto row = [](const char *name, const Make &make, const QByteArray &type,
                             const QByteArray &arrives, const QByteArray &sent, int via = 0,
-                            bool otherOrigin = false, const QByteArray &rawType = {}) {
-            QTest::newRow(name) << make << type << rawType << via << otherOrigin << arrives << sent;
+                            bool otherOrigin = false) {
+            QTest::newRow(name) << make << type << via << otherOrigin << arrives << sent;
         };
-
         // Indented and out of order on purpose: what goes out is the compact form.
         const QJsonObject object = QJsonDocument::fromJson(R"({ "b": [1, 2], "a": "x y" })").object();
         const QByteArray compact = R"({"a":"x y","b":[1,2]})";
-        const QByteArray form = "a=1&b=2";
-        const QByteArray json = "application/json";
-        const QByteArray formType = "application/x-www-form-urlencoded";
+        const QByteArray json = "application/json", form = "a=1&b=2",
+                         formType = "application/x-www-form-urlencoded";
         const Make postObject = maker<vn::PostRequest>(object);
         row("GET", maker<vn::GetRequest>(), {}, "GET", {});
         row("DELETE", maker<vn::DeleteRequest>(), {}, "DELETE", {});
@@ -102,8 +91,7 @@ private Q_SLOTS:
         row("PUT bytes", maker<vn::PutRequest>(form), formType, "PUT", form);
         row("PATCH object", maker<vn::PatchRequest>(object), json, "PATCH", compact);
         row("PATCH bytes", maker<vn::PatchRequest>(form), formType, "PATCH", form);
-        row("PATCH array, raw type after the typed one", maker<vn::PatchRequest>(QJsonArray{1, 2}), json,
-            "PATCH", "[1,2]", 0, false, "application/json-patch+json");
+        row("PATCH array", maker<vn::PatchRequest>(QJsonArray{1, 2}), json, "PATCH", "[1,2]");
         row("301 turns POST into GET", postObject, json, "GET", {}, 301);
         row("303 turns POST into GET", postObject, json, "GET", {}, 303);
         row("307 keeps POST and body", postObject, json, "POST", compact, 307);
@@ -115,26 +103,21 @@ private Q_SLOTS:
     {
         QFETCH(Make, make);
         QFETCH(QByteArray, type);
-        QFETCH(QByteArray, rawType);
         QFETCH(int, via);
         QFETCH(bool, otherOrigin);
         QFETCH(QByteArray, arrives);
         QFETCH(QByteArray, sent);
-
         TestHttpServer &target = otherOrigin ? m_other : m_server;
         const QUrl echo = target.url(QStringLiteral("/echo"));
-        QUrl url = via ? m_server.url(QStringLiteral("/hop")) : echo;
-        url.setQuery(via ? QStringLiteral("code=%1&to=%2").arg(via).arg(echo.toString()) : QString());
-        QNetworkRequest networkRequest(url);
+        const QString hop = QStringLiteral("/hop?code=%1&to=%2").arg(via).arg(echo.toString());
+        QNetworkRequest networkRequest(via ? m_server.url().resolved(QUrl(hop)) : echo);
         networkRequest.setHeader(QNetworkRequest::ContentTypeHeader, type.isEmpty() ? QVariant() : type);
-        if (!rawType.isEmpty()) {
-            networkRequest.setRawHeader("Content-Type", rawType);
-        }
         networkRequest.setRawHeader("Authorization", "Bearer set-by-caller");
         networkRequest.setRawHeader("Cookie", "session=set-by-caller");
         Request *request = make(networkRequest, &m_network, m_owner.get());
         QVERIFY(!request->isRunning()); // nothing goes out before the caller can connect finished()
-        QVERIFY(finishesOnce(request));
+        QSignalSpy finished(request, &Request::finished);
+        QVERIFY(finished.wait(10000));
         QVERIFY(request->isOk(200));
         QCOMPARE(request->responseObject().value(QLatin1String("method")).toString().toUtf8(), arrives);
         QCOMPARE(request->responseHeader("CONTENT-TYPE"), QByteArray("application/json"));
@@ -142,12 +125,8 @@ private Q_SLOTS:
         QCOMPARE(m_server.requests().value(0).method, request->method());
         QCOMPARE(m_server.requestCount() + m_other.requestCount(), via ? 2 : 1);
         const auto received = target.lastRequest();
-        QCOMPARE(received.path, QByteArray("/echo"));
-        QCOMPARE(received.method, arrives);
         QCOMPARE(received.body, sent);
-        QCOMPARE(received.headers.value("content-type"), sent.isEmpty()      ? QByteArray()
-                                                         : rawType.isEmpty() ? type
-                                                                             : rawType);
+        QCOMPARE(received.headers.value("content-type"), sent.isEmpty() ? QByteArray() : type);
         // What the caller wrote for one origin does not travel to another.
         QCOMPARE(received.headers.contains("authorization"), !otherOrigin);
         QCOMPARE(received.headers.contains("cookie"), !otherOrigin);
@@ -155,49 +134,52 @@ private Q_SLOTS:
 
     void outcomes_data()
     {
+        QTest::addColumn<Make>("make");
         QTest::addColumn<QString>("path"); // relative to m_server
         QTest::addColumn<qint64>("limit");
-        QTest::addColumn<int>("timeout");
         QTest::addColumn<int>("code");
         QTest::addColumn<QNetworkReply::NetworkError>("error");
         QTest::addColumn<int>("hits"); // requests that reach m_server
         const auto row = [](const char *name, const QString &url, int code, QNetworkReply::NetworkError error,
-                            int hits = 1, int timeout = 2000,
-                            qint64 limit = Request::DefaultMaximumResponseSize) {
-            QTest::newRow(name) << url << limit << timeout << code << error << hits;
+                            int hits = 1, qint64 limit = Request::DefaultMaximumResponseSize,
+                            const Make &make = maker<vn::GetRequest>()) {
+            QTest::newRow(name) << make << url << limit << code << error << hits;
         };
         const auto tooLarge = QNetworkReply::UnknownContentError;
         QTcpServer probe; // a port that nobody listens on once it is closed
         const QString refused =
             QStringLiteral("http://127.0.0.1:%1/").arg(probe.listen() ? probe.serverPort() : 0);
         probe.close();
-
         row("404", "/echo?status=404", 404, QNetworkReply::ContentNotFoundError);
         row("500", "/echo?status=500", 500, QNetworkReply::InternalServerError);
-        row("time-out", "/stall", 0, QNetworkReply::TimeoutError, 1, 100);
+        row("time-out", "/stall", 0, QNetworkReply::TimeoutError);
         row("refused", refused, 0, QNetworkReply::ConnectionRefusedError, 0);
         row("redirect loop", "/hop", 0, QNetworkReply::TooManyRedirectsError, 11);
         row("https to http",
             m_secure.url(QStringLiteral("/hop")).toString() + "?to=" + m_server.url().toString(), 0,
             QNetworkReply::InsecureRedirectError, 0);
-        row("announced, nothing sent yet", "/stall", 0, tooLarge, 1, 2000, 1024);
-        row("announced, at the limit", "/big/4096", 200, QNetworkReply::NoError, 1, 2000, 4096);
-        row("chunked, over the limit", "/big/4096/chunked", 0, tooLarge, 1, 2000, 4095);
-        row("chunked, at the limit", "/big/4096/chunked", 200, QNetworkReply::NoError, 1, 2000, 4096);
+        // A body written for one origin (a password, say) is not handed to another.
+        row("307 with a body to another origin",
+            "/hop?code=307&to=" + m_other.url(QStringLiteral("/echo")).toString(), 0,
+            QNetworkReply::InsecureRedirectError, 1, Request::DefaultMaximumResponseSize,
+            maker<vn::PostRequest>(QJsonObject{{"password", "secret"}}));
+        row("announced, nothing sent yet", "/stall", 0, tooLarge, 1, 1024);
+        row("announced, at the limit", "/big", 200, QNetworkReply::NoError, 1, 4096);
+        row("chunked, over the limit", "/big/chunked", 0, tooLarge, 1, 4095);
+        row("chunked, at the limit", "/big/chunked", 200, QNetworkReply::NoError, 1, 4096);
     }
 
     void outcomes()
     {
+        QFETCH(Make, make);
         QFETCH(QString, path);
         QFETCH(qint64, limit);
-        QFETCH(int, timeout);
         QFETCH(int, code);
         QFETCH(QNetworkReply::NetworkError, error);
         QFETCH(int, hits);
-
         QUrl url = m_server.url().resolved(QUrl(path));
         const QRegularExpression warning(
-            QStringLiteral("^GET %1( \\(redirected to .+\\))? failed: status \\d+, .+$")
+            QStringLiteral("^[A-Z]+ %1( \\(redirected to .+\\))? failed: status \\d+, .+$")
                 .arg(QRegularExpression::escape(url.adjusted(QUrl::RemoveQuery).toString())));
         url.setQuery(url.query() + QStringLiteral("&token=query-secret")); // neither may reach the log
         url.setUserInfo(QStringLiteral("someone:userinfo-secret"));
@@ -210,11 +192,12 @@ private Q_SLOTS:
             if (warns) {
                 QTest::ignoreMessage(QtWarningMsg, warning);
             }
-            auto *request = new vn::GetRequest(networkRequest, &m_network, m_owner.get());
+            Request *request = make(networkRequest, &m_network, m_owner.get());
             request->setMaximumResponseSize(limit);
-            request->setTimeout(timeout);
+            request->setTimeout(1000);
             request->setSuppressErrors(suppressed);
-            QVERIFY(finishesOnce(request));
+            QSignalSpy finished(request, &Request::finished);
+            QVERIFY(finished.wait(10000));
             QCOMPARE(request->responseCode(), code);
             QCOMPARE(request->error(), error);
             // An HTTP error status is still an exchange that went through; nothing else is.
@@ -222,25 +205,10 @@ private Q_SLOTS:
             QCOMPARE(request->isOk(200), code == 200);
             QCOMPARE(request->rawResponse().isEmpty(), code == 0);
             QCOMPARE(m_server.requestCount(), hits);
+            QCOMPARE(m_other.requestCount(), 0);
             QCOMPARE(g_logged.size(), warns ? 1 : 0);
             QVERIFY(!g_logged.join(QLatin1Char('\n')).contains(QLatin1String("secret")));
         }
-    }
-
-    void bodyStaysWithItsOrigin()
-    {
-        const QUrl echo = m_other.url(QStringLiteral("/echo"));
-        QUrl url = m_server.url(QStringLiteral("/hop"));
-        url.setQuery(QStringLiteral("code=307&to=%1").arg(echo.toString()));
-        QNetworkRequest networkRequest(url);
-        networkRequest.setHeader(QNetworkRequest::ContentTypeHeader, QByteArray("application/json"));
-        auto *request = new vn::PostRequest(networkRequest, &m_network, QJsonObject{{"password", "secret"}},
-                                            m_owner.get());
-        request->setSuppressErrors(true);
-        QVERIFY(finishesOnce(request));
-        QCOMPARE(request->responseCode(), 0);
-        QCOMPARE(request->error(), QNetworkReply::InsecureRedirectError);
-        QCOMPARE(m_other.requestCount(), 0);
     }
 
     void abortAndOwnership_data()
@@ -255,20 +223,16 @@ private Q_SLOTS:
     {
         QFETCH(bool, running);
         QFETCH(bool, parented);
-
         QPointer<Request> request =
             new vn::GetRequest(QNetworkRequest(m_server.url(QStringLiteral("/stall"))), &m_network,
                                parented ? m_owner.get() : nullptr);
         QSignalSpy finished(request.data(), &Request::finished);
         QTRY_VERIFY(!running || m_entered);
         request->abort();
+        request->abort();
         QCOMPARE(finished.count(), 1);
         QVERIFY(request); // a parentless request goes only once finished() has been delivered
         QCOMPARE(request->error(), QNetworkReply::OperationCanceledError);
-        request->abort();
-        ++m_generation;
-        QTest::qWait(50);
-        QCOMPARE(finished.count(), 1);
         QTRY_COMPARE(request.isNull(), !parented);
         QCOMPARE(m_entered.load(), running); // a queued request never goes out
         QVERIFY(g_logged.isEmpty());         // asked for: no warning
@@ -304,9 +268,8 @@ void TestRequest::initTestCase()
         server->server().Get("/echo", echo).Post("/echo", echo).Put("/echo", echo).Patch("/echo", echo);
         server->server().Delete("/echo", echo).Get("/hop", hop).Post("/hop", hop);
     }
-    auto &server = m_server.server();
     // Announces 1 MiB, then sends nothing: only a time-out or the announced length can stop it.
-    server.Get("/stall", [this](const httplib::Request &, httplib::Response &response) {
+    m_server.server().Get("/stall", [this](const httplib::Request &, httplib::Response &response) {
         response.set_content_provider(1 << 20, "text/plain", [this](size_t, size_t, httplib::DataSink &) {
             const int generation = m_generation;
             m_entered = true;
@@ -316,17 +279,15 @@ void TestRequest::initTestCase()
             return false;
         });
     });
-    // Not a text type, which the server would compress: the announced length is the length.
-    server.Get(R"(/big/(\d+)(/chunked)?)", [](const httplib::Request &request, httplib::Response &response) {
-        const std::size_t total = std::stoul(request.matches[1]);
-        if (request.matches[2].length() == 0) {
-            response.set_content(std::string(total, 'x'), "application/octet-stream");
-            return;
-        }
+    // 4096 bytes, announced or chunked; not a text type, which the server would compress.
+    const std::string big(4096, 'x');
+    m_server.server().Get("/big", [big](const auto &, httplib::Response &response) {
+        response.set_content(big, "application/octet-stream");
+    });
+    m_server.server().Get("/big/chunked", [big](const auto &, httplib::Response &response) {
         response.set_chunked_content_provider(
-            "application/octet-stream", [total](size_t offset, httplib::DataSink &sink) {
-                const std::string piece(std::min<std::size_t>(512, total - std::min(offset, total)), 'x');
-                return piece.empty() ? (sink.done(), true) : sink.write(piece.data(), piece.size());
+            "application/octet-stream", [big](size_t, httplib::DataSink &sink) {
+                return sink.write(big.data(), big.size()) && (sink.done(), true);
             });
     });
 }

@@ -1,24 +1,25 @@
-"""An OAuth 1 resource server for the tests whose checks are oauthlib's RFC 5849 code, sharing nothing
-with the client. It rebuilds the base string from the request as it arrives and answers 200 with the
-request's nonce when signature and protocol parameters are right, else 401 with what is wrong.
-
-Listens on 127.0.0.1 on a port the system picks, which it prints first. The credentials it expects
-come from the environment: OAUTH_CONSUMER_KEY, OAUTH_CONSUMER_SECRET, OAUTH_TOKEN, OAUTH_TOKEN_SECRET."""
+"""An OAuth 1 resource server whose checks are oauthlib's RFC 5849 code, sharing nothing with the client.
+It answers 200 with the request's nonce when signature and protocol parameters are right, else 401 with
+what is wrong. Arguments: consumer key, consumer secret, token, token secret. Prints its port first,
+and ends when its standard input does."""
 
 import os
 import sys
+import threading
 import time
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
 from oauthlib.common import safe_string_equals
 from oauthlib.oauth1.rfc5849 import signature, utils
 
+CONSUMER_KEY, CONSUMER_SECRET, TOKEN, TOKEN_SECRET = sys.argv[1:5]
+
 
 class Verifier(BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"  # the client keeps its connections open
 
     def problem(self, header, oauth, body):
-        expected = {"oauth_consumer_key": os.environ["OAUTH_CONSUMER_KEY"], "oauth_token": os.environ["OAUTH_TOKEN"],
+        expected = {"oauth_consumer_key": CONSUMER_KEY, "oauth_token": TOKEN,
                     "oauth_signature_method": "HMAC-SHA1", "oauth_version": "1.0"}
         if any(oauth.get(name) != value for name, value in expected.items()) or not oauth.get("oauth_nonce") \
                 or abs(int(oauth.get("oauth_timestamp", "0")) - time.time()) > 300:
@@ -29,8 +30,7 @@ class Verifier(BaseHTTPRequestHandler):
                                                   headers={"Authorization": header})
         uri = signature.base_string_uri("http://" + self.headers["Host"] + self.path)
         base = signature.signature_base_string(self.command, uri, signature.normalize_parameters(parameters))
-        wanted = signature.sign_hmac_sha1(base, os.environ["OAUTH_CONSUMER_SECRET"],
-                                          os.environ["OAUTH_TOKEN_SECRET"])
+        wanted = signature.sign_hmac_sha1(base, CONSUMER_SECRET, TOKEN_SECRET)
         return None if safe_string_equals(wanted, oauth.get("oauth_signature", "")) else "signature mismatch: " + base
 
     def answer(self):
@@ -57,4 +57,6 @@ server = ThreadingHTTPServer(("127.0.0.1", 0), Verifier)
 server.daemon_threads = True
 print(server.server_address[1], flush=True)
 sys.stdout.close()
+# Ends with the test, even one that crashed: its end closes our standard input.
+threading.Thread(target=lambda: (sys.stdin.read(), os._exit(0)), daemon=True).start()
 server.serve_forever()

@@ -1,6 +1,5 @@
-// Qt Quick tests of the module Vantro.Account, imported from the build tree's staged module as an
-// application imports it, against the development service in-process.
-
+// The QML tests of this folder, with the module imported from the build tree as an application
+// imports it, against the development service in-process.
 #include "accountfixture.h"
 
 #include <VantroAccount/credentialauthenticator.h>
@@ -11,11 +10,11 @@
 #include <QQmlNetworkAccessManagerFactory>
 #include <QtQuickTest>
 
-// What the QML tests ask of the service: its address, another login of Ada's, how many there are.
+// What the QML tests ask of the service: the demo device's key, another login of Ada's, how many
+// logins there are.
 class ServiceControl : public QObject
 {
     Q_OBJECT
-    Q_PROPERTY(QUrl url READ url CONSTANT)
     Q_PROPERTY(QUrl deviceKeyFile READ deviceKeyFile CONSTANT)
 
 public:
@@ -28,8 +27,6 @@ public:
         m_elsewhere.setNetwork(vn::network::NetworkAccessManager::sharedInstance());
     }
 
-    QUrl url() const { return m_fixture.service.url(); }
-    /// The demo device's key, which opens Ada's account.
     QUrl deviceKeyFile() const { return QUrl::fromLocalFile(QStringLiteral(DEMO_DEVICE_KEY)); }
     Q_INVOKABLE void logInElsewhere() { m_elsewhere.start(); }
     Q_INVOKABLE int loginCount() const { return int(m_fixture.service.logins().size()); }
@@ -46,9 +43,8 @@ class Setup : public QObject
 public Q_SLOTS:
     void applicationAvailable()
     {
-        m_fixture = std::make_unique<AccountFixture>();
-        // The login list's minute passes in 0.6 s.
-        if (!m_fixture->start(0.01)) {
+        m_fixture = std::make_unique<AccountFixture>(); // after the application, as it needs one
+        if (!m_fixture->start(0.01)) {                  // the login list's minute passes in 0.6 s
             qFatal("the development service did not start");
         }
         m_control = std::make_unique<ServiceControl>(*m_fixture);

@@ -1,3 +1,4 @@
+// The real vantro-sign program: its files, printed bytes and exit codes are its interface.
 #include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -9,8 +10,7 @@
 
 namespace {
 
-// Two passphrases in the program's environment: the right one for key B and a wrong one.
-constexpr char Passphrase[] = "correct horse battery staple";
+constexpr char Passphrase[] = "correct horse battery staple"; // key B's, in TEST_PASSPHRASE
 constexpr char WrongPassphrase[] = "not the passphrase";
 
 struct Result
@@ -26,12 +26,6 @@ QByteArray readAll(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-bool writeAll(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
-}
-
 Result runProgram(const QString &program, const QStringList &arguments, const QByteArray &input = {})
 {
     QProcess process;
@@ -45,7 +39,6 @@ Result runProgram(const QString &program, const QStringList &arguments, const QB
 
 } // namespace
 
-/// Runs the real program: its files, printed bytes and exit codes are its interface.
 class TestVantroSign : public QObject
 {
     Q_OBJECT
@@ -71,31 +64,32 @@ class TestVantroSign : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(m_folder.isValid());
         qputenv("TEST_PASSPHRASE", Passphrase);
         qputenv("TEST_WRONG_PASSPHRASE", WrongPassphrase);
         qunsetenv("TEST_UNSET");
-        QVERIFY(writeAll(path("record.json"), "{\"user\": \"ada@example.org\", \"quota\": 1e3, \"roles\": "
-                                              "[\"admin\"], \"note\": \"caf\\u00e9 \\ud83d\\ude00\"}"));
-
+        QFile record(path("record.json")), old(path("b.pem"));
+        QVERIFY(record.open(QIODevice::WriteOnly) &&
+                record.write(R"({"user": "ada@example.org", "quota": 1e3, "roles": ["admin"], )"
+                             R"("note": "caf\u00e9 \ud83d\ude00"})") > 0);
+        record.close();
+        // B replaces a world-readable file, whose mode must not carry over to the key.
+        QVERIFY(
+            old.open(QIODevice::WriteOnly) && old.write("old contents") > 0 &&
+            old.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther));
+        old.close();
         // Under umask 000, anything not created owner-only comes out world-readable.
         const mode_t previousUmask = ::umask(0);
         const Result a = run("keygen --bits 2048 --out @DIR@/a.pem --public-out @DIR@/a.pub.pem");
         ::umask(previousUmask);
         QCOMPARE(a.exitCode, 0);
         m_keygenOutput = a.out;
-
-        // B replaces a world-readable file, whose mode must not carry over to the key.
-        QVERIFY(writeAll(path("b.pem"), "old contents") && ::chmod(qPrintable(path("b.pem")), 0644) == 0);
         QCOMPARE(run("keygen --bits=2048 --out @DIR@/b.pem --public-out @DIR@/b.pub.pem --force "
                      "--passphrase-env TEST_PASSPHRASE")
                      .exitCode,
                  0);
-
         const Result signature = run("sign --key @DIR@/a.pem @DIR@/record.json");
         QCOMPARE(signature.exitCode, 0);
         m_signed = QJsonDocument::fromJson(signature.out).object();
-
         // The base64 lines of both private keys.
         m_secrets << Passphrase << WrongPassphrase << readAll(path("a.pem")).split('\n').mid(1, 20)
                   << readAll(path("b.pem")).split('\n').mid(1, 20);
@@ -159,35 +153,35 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("input");
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QByteArray>("expected");
-        const auto row = [](const char *name, const QString &commandLine, const QByteArray &input,
-                            int exitCode, const QByteArray &expected) {
+        const auto row = [](const char *name, const QString &commandLine, int exitCode,
+                            const QByteArray &expected, const QByteArray &input = {}) {
             QTest::newRow(name) << commandLine << input << exitCode << expected;
         };
-        row("help", "--help", "", 0, "Usage: vantro-sign COMMAND");
-        row("no command", "", "", 2, "no command given");
-        row("unknown command", "encrypt", "", 2, "unknown command \"encrypt\"");
-        row("option before the command", "--key @DIR@/a.pem sign", "", 2, "unknown option --key");
-        row("two input files", "verify --key @DIR@/a.pem @DIR@/record.json -", "", 2, "unexpected argument");
-        row("too few bits", "keygen --bits 1024 --out @DIR@/c.pem", "", 2, "--bits must be a number");
-        row("same file twice", "keygen --bits 2048 --out @DIR@/c.pem --public-out @DIR@/c.pem", "", 2,
+        row("help", "--help", 0, "Usage: vantro-sign COMMAND");
+        row("no command", "", 2, "no command given");
+        row("unknown command", "encrypt", 2, "unknown command \"encrypt\"");
+        row("option before the command", "--key @DIR@/a.pem sign", 2, "unknown option --key");
+        row("two input files", "verify --key @DIR@/a.pem @DIR@/record.json -", 2, "unexpected argument");
+        row("too few bits", "keygen --bits 1024 --out @DIR@/c.pem", 2, "--bits must be a number");
+        row("same file twice", "keygen --bits 2048 --out @DIR@/c.pem --public-out @DIR@/c.pem", 2,
             "--out and --public-out name the same file");
-        row("existing key file", "keygen --bits 2048 --out @DIR@/a.pem", "", 1, "@DIR@/a.pem already exists");
-        row("missing key file", "verify --key @DIR@/x.pem @DIR@/record.json", "", 1,
+        row("existing key file", "keygen --bits 2048 --out @DIR@/a.pem", 1, "@DIR@/a.pem already exists");
+        row("missing key file", "verify --key @DIR@/x.pem @DIR@/record.json", 1,
             "cannot read key file @DIR@/x.pem: No such file or directory");
-        row("not a key", "fingerprint @DIR@/record.json", "", 1, "holds no PEM key");
-        row("signing with a public key", "sign --key @DIR@/a.pub.pem @DIR@/record.json", "", 1,
+        row("not a key", "fingerprint @DIR@/record.json", 1, "holds no PEM key");
+        row("signing with a public key", "sign --key @DIR@/a.pub.pem @DIR@/record.json", 1,
             "signing needs the private key");
-        row("encrypted key without passphrase", "fingerprint @DIR@/b.pem", "", 1, "is encrypted");
-        row("wrong passphrase", "sign --key @DIR@/b.pem --passphrase-env TEST_WRONG_PASSPHRASE", "{}", 1,
-            "cannot use key file @DIR@/b.pem: ");
-        row("passphrase variable not set", "fingerprint --passphrase-env TEST_UNSET @DIR@/b.pem", "", 1,
+        row("encrypted key without passphrase", "fingerprint @DIR@/b.pem", 1, "is encrypted");
+        row("wrong passphrase", "sign --key @DIR@/b.pem --passphrase-env TEST_WRONG_PASSPHRASE", 1,
+            "cannot use key file @DIR@/b.pem: ", "{}");
+        row("passphrase variable not set", "fingerprint --passphrase-env TEST_UNSET @DIR@/b.pem", 1,
             "TEST_UNSET (--passphrase-env) is not set");
-        row("missing input file", "canonicalize @DIR@/none.json", "", 1,
+        row("missing input file", "canonicalize @DIR@/none.json", 1,
             "cannot read input file @DIR@/none.json: No such file or directory");
-        row("malformed JSON", "sign --key @DIR@/a.pem", "{\"a\": 1,, }", 1,
-            "input is not a JSON object: unterminated object at offset 9");
-        row("array where an object is needed", "sign --key @DIR@/a.pem", "[1, 2]", 1,
-            "input is not a JSON object: the document is an array");
+        row("malformed JSON", "sign --key @DIR@/a.pem", 1,
+            "input is not a JSON object: unterminated object at offset 9", "{\"a\": 1,, }");
+        row("array where an object is needed", "sign --key @DIR@/a.pem", 1,
+            "input is not a JSON object: the document is an array", "[1, 2]");
 
         const QString verify = "verify --key @DIR@/a.pub.pem";
         QJsonObject changed = m_signed;
@@ -195,41 +189,38 @@ private Q_SLOTS:
         const QByteArray signature = changed.take("signature").toString().toLatin1();
         QJsonObject rest = changed;
         rest.remove("quota");
-        row("verify, reformatted", verify,
+        row("verify, reformatted", verify, 0, "signature OK\n",
             "{ \"signature\": \"" + signature + "\",\n  \"quota\" : 1000.0," +
-                QJsonDocument(rest).toJson(QJsonDocument::Compact).mid(1),
-            0, "signature OK\n");
-        row("verify, no signature", verify, QJsonDocument(changed).toJson(), 1,
-            "verification failed: the object has no \"signature\" member");
+                QJsonDocument(rest).toJson(QJsonDocument::Compact).mid(1));
+        row("verify, no signature", verify, 1, "verification failed: the object has no \"signature\" member",
+            QJsonDocument(changed).toJson());
         changed.insert("signature", 42);
-        row("verify, signature not a string", verify, QJsonDocument(changed).toJson(), 1,
-            "verification failed: \"signature\" is not a string");
+        row("verify, signature not a string", verify, 1, "verification failed: \"signature\" is not a string",
+            QJsonDocument(changed).toJson());
         changed.insert("signature", QString::fromLatin1(signature));
         changed.insert("quota", 1001);
-        row("verify, changed value", verify, QJsonDocument(changed).toJson(), 1,
-            "verification failed: the signature does not match");
+        row("verify, changed value", verify, 1, "verification failed: the signature does not match",
+            QJsonDocument(changed).toJson());
 
-        // The vectors themselves are the library's test; here the program reads a file or standard input
-        // and writes the exact bytes.
+        // The vectors are the library's test; here the program reads a file or standard input.
         const QString vectors = VANTRO_TEST_DATA_DIR "/jcs/";
-        row("canonicalize a file", "canonicalize " + vectors + "input/unicode.json", "", 0,
+        row("canonicalize a file", "canonicalize " + vectors + "input/unicode.json", 0,
             readAll(vectors + "output/unicode.json"));
-        row("canonicalize standard input", "canonicalize", readAll(vectors + "input/structures.json"), 0,
-            readAll(vectors + "output/structures.json"));
+        row("canonicalize standard input", "canonicalize", 0, readAll(vectors + "output/structures.json"),
+            readAll(vectors + "input/structures.json"));
 
         // What the peer makes of the public key files: their DER SubjectPublicKeyInfo.
-        const auto peerFingerprint = [this](const char *key,
-                                            QCryptographicHash::Algorithm algorithm) -> QByteArray {
+        const auto peer = [this](const char *key, QCryptographicHash::Algorithm algorithm) -> QByteArray {
             const QStringList arguments{"pkey", "-pubin", "-outform", "der", "-in", path(key)};
             return QCryptographicHash::hash(runProgram("openssl", arguments).out, algorithm).toBase64() +
                    '\n';
         };
-        row("fingerprint of a public key", "fingerprint @DIR@/a.pub.pem", "", 0,
-            peerFingerprint("a.pub.pem", QCryptographicHash::Sha256));
-        row("SHA-1 fingerprint of a private key", "fingerprint --sha1 @DIR@/a.pem", "", 0,
-            peerFingerprint("a.pub.pem", QCryptographicHash::Sha1));
-        row("fingerprint of an encrypted key", "fingerprint --passphrase-env TEST_PASSPHRASE @DIR@/b.pem", "",
-            0, peerFingerprint("b.pub.pem", QCryptographicHash::Sha256));
+        row("fingerprint of a public key", "fingerprint @DIR@/a.pub.pem", 0,
+            peer("a.pub.pem", QCryptographicHash::Sha256));
+        row("SHA-1 fingerprint of a private key", "fingerprint --sha1 @DIR@/a.pem", 0,
+            peer("a.pub.pem", QCryptographicHash::Sha1));
+        row("fingerprint of an encrypted key", "fingerprint --passphrase-env TEST_PASSPHRASE @DIR@/b.pem", 0,
+            peer("b.pub.pem", QCryptographicHash::Sha256));
     }
 
     void commands()
@@ -240,7 +231,6 @@ private Q_SLOTS:
         QFETCH(QByteArray, expected);
         expected.replace("@DIR@", m_folder.path().toUtf8());
         QVERIFY(expected.size() > 1);
-
         const Result result = run(commandLine, input);
         QCOMPARE(result.exitCode, exitCode);
         if (exitCode == 0) {
