@@ -52,8 +52,6 @@ private:
 
 } // namespace
 
-const QString AccountFixture::Ada = QStringLiteral("ada@example.com");
-const QString AccountFixture::AdaPassword = QStringLiteral("ada-demo-password");
 const QSet<QString> AccountFixture::ClientIdentity{QStringLiteral("clientId"), QStringLiteral("clientKey")};
 
 bool AccountFixture::start(double timeScale, const QString &basePath)
@@ -80,8 +78,8 @@ bool AccountFixture::start(double timeScale, const QString &basePath)
 bool AccountFixture::connect(Account &account, bool persistent)
 {
     vn::account::CredentialAuthenticator authenticator;
-    authenticator.setUserName(Ada);
-    authenticator.setPassword(AdaPassword);
+    authenticator.setUserName(vn::test::demo::Ada);
+    authenticator.setPassword(vn::test::demo::AdaPassword);
     authenticator.setPersistent(persistent);
     account.login(&authenticator);
     return QTest::qWaitFor(

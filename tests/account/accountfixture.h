@@ -1,21 +1,20 @@
 #pragma once
 
+#include "demoscenario.h"
+
 #include <devservice.h>
 
 #include <VantroAccount/account.h>
 
+#include <QQmlNetworkAccessManagerFactory>
 #include <QSet>
 #include <QTemporaryDir>
 
 #include <memory>
 
-#include <QQmlNetworkAccessManagerFactory>
-
 // The development service in-process for the account tests, and the steps they all take.
 struct AccountFixture
 {
-    static const QString Ada;
-    static const QString AdaPassword;
     /// What a sign-out leaves in the profile.
     static const QSet<QString> ClientIdentity;
     /// A fault status that drops the connection instead (Qt then sends the request once more).

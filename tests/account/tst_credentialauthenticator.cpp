@@ -1,6 +1,7 @@
 // Credential login against the development account service in-process, over real HTTP.
 
 #include "accountfixture.h"
+#include "testjson.h"
 
 #include <VantroAccount/credentialauthenticator.h>
 #include <VantroNetwork/networkaccessmanager.h>
@@ -8,10 +9,9 @@
 #include <QJsonDocument>
 #include <QtTest>
 
-using S = vn::account::AbstractAuthenticator;
-using F = AccountFixture;
-
-static const QString HostInfo = QStringLiteral("WS-17 [3f2a9c0d1e8b4a7f9c6d5e4b3a2f1e0d]");
+using vn::account::AbstractAuthenticator;
+using vn::test::jsonObject;
+namespace demo = vn::test::demo;
 
 class TestCredentialAuthenticator : public QObject
 {
@@ -24,70 +24,109 @@ private Q_SLOTS:
     {
         QVERIFY(m_fixture.start(1.0));
         m_authenticator.setNetwork(vn::network::NetworkAccessManager::sharedInstance());
-        m_authenticator.setHostInfo(HostInfo);
+        m_authenticator.setHostInfo(QStringLiteral("WS-17"));
         m_authenticator.setPersistent(true);
     }
 
-    // "sent": "username>>impersonate" as the service must receive them, without ">>" when the
-    // member must be absent, empty when nothing may be sent.
+    void cleanup() { m_fixture.service.clearFaults(); }
+
+    // "sent": the members of the body besides those every login sends; "success" also means a
+    // token and the password forgotten (kept for another try otherwise).
     void login_data()
     {
         QTest::addColumn<QString>("userName");
         QTest::addColumn<int>("fault");
-        QTest::addColumn<S::Status>("status");
-        QTest::addColumn<QString>("sent");
-        const QString both = F::Ada + QStringLiteral(">>bob@example.com");
-        QTest::newRow("200, both trimmed")
-            << "  ada@example.com  >>  bob@example.com " << 0 << S::Success << both;
-        QTest::newRow("empty user dropped") << ">>ada@example.com" << 0 << S::Success << F::Ada;
-        QTest::newRow("empty target dropped") << "ada@example.com>>" << 0 << S::Success << F::Ada;
-        QTest::newRow("third ignored") << QString(both + ">>carol") << 0 << S::Success << both;
-        QTest::newRow("401") << "eve@example.com" << 0 << S::AuthenticationFailed << "eve@example.com";
-        QTest::newRow("403") << "ada@example.com>>eve" << 0 << S::AuthenticationFailed
-                             << "ada@example.com>>eve";
-        QTest::newRow("204") << F::Ada << 204 << S::ServiceUnavailable << F::Ada;
-        QTest::newRow("400") << F::Ada << 400 << S::RequestFailed << F::Ada;
-        QTest::newRow("500") << F::Ada << 500 << S::ServiceFailure << F::Ada;
-        QTest::newRow("no response") << F::Ada << F::Dropped << S::ServiceUnavailable << F::Ada;
-        QTest::newRow("separators only") << ">>>>" << 0 << S::InvalidLoginData << "";
+        QTest::addColumn<AbstractAuthenticator::Status>("status");
+        QTest::addColumn<bool>("success");
+        QTest::addColumn<QJsonObject>("sent");
+
+        QTest::newRow("both trimmed")
+            << "  ada@example.com  >>  bob@example.com " << 0 << AbstractAuthenticator::Success << true
+            << jsonObject("{'username': 'ada@example.com', 'impersonate': 'bob@example.com'}");
+        QTest::newRow("empty user dropped") << ">>ada@example.com" << 0 << AbstractAuthenticator::Success
+                                            << true << jsonObject("{'username': 'ada@example.com'}");
+        QTest::newRow("empty target dropped") << "ada@example.com>>" << 0 << AbstractAuthenticator::Success
+                                              << true << jsonObject("{'username': 'ada@example.com'}");
+        QTest::newRow("third ignored")
+            << "ada@example.com>>bob@example.com>>carol" << 0 << AbstractAuthenticator::Success << true
+            << jsonObject("{'username': 'ada@example.com', 'impersonate': 'bob@example.com'}");
+        QTest::newRow("unknown user") << "eve@example.com" << 0 << AbstractAuthenticator::AuthenticationFailed
+                                      << false << jsonObject("{'username': 'eve@example.com'}");
+        QTest::newRow("impersonation refused")
+            << "ada@example.com>>eve" << 0 << AbstractAuthenticator::AuthenticationFailed << false
+            << jsonObject("{'username': 'ada@example.com', 'impersonate': 'eve'}");
+        QTest::newRow("204") << "ada@example.com" << 204 << AbstractAuthenticator::ServiceUnavailable << false
+                             << jsonObject("{'username': 'ada@example.com'}");
+        QTest::newRow("400") << "ada@example.com" << 400 << AbstractAuthenticator::RequestFailed << false
+                             << jsonObject("{'username': 'ada@example.com'}");
+        QTest::newRow("500") << "ada@example.com" << 500 << AbstractAuthenticator::ServiceFailure << false
+                             << jsonObject("{'username': 'ada@example.com'}");
+        QTest::newRow("no response") << "ada@example.com" << int(AccountFixture::Dropped)
+                                     << AbstractAuthenticator::ServiceUnavailable << false
+                                     << jsonObject("{'username': 'ada@example.com'}");
     }
 
     void login()
     {
         QFETCH(QString, userName);
         QFETCH(int, fault);
-        QFETCH(S::Status, status);
-        QFETCH(QString, sent);
+        QFETCH(AbstractAuthenticator::Status, status);
+        QFETCH(bool, success);
+        QFETCH(QJsonObject, sent);
 
-        m_fixture.service.clearFaults();
         m_fixture.service.clearJournal();
         // Twice: Qt sends once more when a connection closes before any answer, as it may after a 204.
         m_fixture.addFault(QStringLiteral("authenticate"), "POST", fault, 2);
         m_authenticator.setUserName(userName);
-        m_authenticator.setPassword(F::AdaPassword);
-        QSignalSpy finished(&m_authenticator, &S::finished);
+        m_authenticator.setPassword(demo::AdaPassword);
+        QSignalSpy finished(&m_authenticator, &AbstractAuthenticator::finished);
         m_authenticator.start();
-        m_authenticator.start(); // refused while the first runs, which goes on undisturbed
-        QTRY_COMPARE(finished.size(), 2);
-        QCOMPARE(int(finished.at(0).at(0).value<S::Status>()), int(sent.isEmpty() ? status : S::Busy));
-        QCOMPARE(int(finished.at(1).at(0).value<S::Status>()), int(status));
-        QCOMPARE(finished.at(1).at(1).value<vn::account::AccessToken>().isValid(), status == S::Success);
-        // Kept for another try after a failure.
-        QCOMPARE(m_authenticator.password().isEmpty(), status == S::Success);
-
-        QCOMPARE(m_fixture.service.journal().isEmpty(), sent.isEmpty());
-        if (!sent.isEmpty()) {
-            const QStringList pieces = sent.split(QStringLiteral(">>"));
-            QJsonObject body{{"authType", "credentials"},
-                             {"username", pieces.at(0)},
-                             {"password", F::AdaPassword},
-                             {"persistent", true},
-                             {"hostInfo", HostInfo}};
-            if (pieces.size() > 1) {
-                body.insert(QStringLiteral("impersonate"), pieces.at(1));
-            }
-            QCOMPARE(QJsonDocument::fromJson(m_fixture.service.journal().at(0).body).object(), body);
+        QTRY_COMPARE(finished.size(), 1);
+        QCOMPARE(finished.at(0).at(0).value<AbstractAuthenticator::Status>(), status);
+        QCOMPARE(finished.at(0).at(1).value<vn::account::AccessToken>().isValid(), success);
+        QCOMPARE(m_authenticator.password().isEmpty(), success);
+        QJsonObject body = jsonObject("{'authType': 'credentials', 'password': 'ada-demo-password', "
+                                      "'persistent': true, 'hostInfo': 'WS-17'}");
+        for (auto it = sent.begin(); it != sent.end(); ++it) {
+            body.insert(it.key(), it.value());
         }
+        QCOMPARE(QJsonDocument::fromJson(m_fixture.service.journal().at(0).body).object(), body);
+    }
+
+    // A start while one runs is refused and leaves it undisturbed; one without a user name sends nothing.
+    void refusedStart_data()
+    {
+        QTest::addColumn<QString>("userName");
+        QTest::addColumn<QList<AbstractAuthenticator::Status>>("statuses");
+        QTest::addColumn<int>("requests");
+        QTest::newRow("while busy") << demo::Ada
+                                    << QList<AbstractAuthenticator::Status>{AbstractAuthenticator::Busy,
+                                                                            AbstractAuthenticator::Success}
+                                    << 1;
+        QTest::newRow("separators only")
+            << ">>>>"
+            << QList<AbstractAuthenticator::Status>{AbstractAuthenticator::InvalidLoginData,
+                                                    AbstractAuthenticator::InvalidLoginData}
+            << 0;
+    }
+
+    void refusedStart()
+    {
+        QFETCH(QString, userName);
+        QFETCH(QList<AbstractAuthenticator::Status>, statuses);
+        QFETCH(int, requests);
+
+        m_fixture.service.clearJournal();
+        m_authenticator.setUserName(userName);
+        m_authenticator.setPassword(demo::AdaPassword);
+        QList<AbstractAuthenticator::Status> finished;
+        connect(&m_authenticator, &AbstractAuthenticator::finished, this,
+                [&finished](AbstractAuthenticator::Status status) { finished.append(status); });
+        m_authenticator.start();
+        m_authenticator.start();
+        QTRY_COMPARE(finished, statuses);
+        QCOMPARE(m_fixture.service.journal().size(), requests);
+        disconnect(&m_authenticator, nullptr, this, nullptr);
     }
 };
 

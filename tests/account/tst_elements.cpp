@@ -122,8 +122,8 @@ private Q_SLOTS:
     {
         signIn();
         CredentialAuthenticator elsewhere;
-        elsewhere.setUserName(F::Ada);
-        elsewhere.setPassword(F::AdaPassword);
+        elsewhere.setUserName(vn::test::demo::Ada);
+        elsewhere.setPassword(vn::test::demo::AdaPassword);
         elsewhere.setNetwork(vn::network::NetworkAccessManager::sharedInstance());
         elsewhere.setHostInfo(QStringLiteral("elsewhere"));
         QSignalSpy loggedIn(&elsewhere, &AbstractAuthenticator::finished);
@@ -190,7 +190,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("status");
         QTest::addColumn<QString>("language");
 
-        QTest::newRow("known user") << F::Ada << "de_AT" << 0 << 201 << "de";
+        QTest::newRow("known user") << vn::test::demo::Ada << "de_AT" << 0 << 201 << "de";
         QTest::newRow("unknown user") << "nobody@example.com"
                                       << "C" << 0 << 404 << "C";
         QTest::newRow("service failure") << ""

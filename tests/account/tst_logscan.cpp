@@ -90,7 +90,7 @@ private Q_SLOTS:
         m_fixture.service.setJournalLimit(100000);
         QLoggingCategory::setFilterRules(QStringLiteral("vantro.*=true"));
         const QtMessageHandler previous = qInstallMessageHandler(recordLine);
-        QStringList secrets{AccountFixture::AdaPassword};
+        QStringList secrets{vn::test::demo::AdaPassword};
         {
             Account account;
             QVERIFY(AccountFixture::connect(account, true));
@@ -118,14 +118,14 @@ private Q_SLOTS:
         const QTemporaryDir profiles;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("VANTRO_PROFILE_LOCATION"), profiles.path());
-        const QList<QStringList> commands{{"login", AccountFixture::Ada, "--password-stdin"},
+        const QList<QStringList> commands{{"login", vn::test::demo::Ada, "--password-stdin"},
                                           {"services", "get", "demo-files", "items"},
                                           {"logout"}};
         for (const QStringList &command : commands) {
             QProcess client;
             client.setProcessEnvironment(environment);
             client.start(QStringLiteral(VANTRO_ACCOUNT_PROGRAM), command + QStringList{"--verbose"});
-            client.write(AccountFixture::AdaPassword.toUtf8() + '\n');
+            client.write(vn::test::demo::AdaPassword.toUtf8() + '\n');
             client.closeWriteChannel();
             QVERIFY(client.waitForFinished(60000));
             QCOMPARE(client.exitCode(), 0);
