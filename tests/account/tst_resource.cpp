@@ -1,10 +1,12 @@
-#include "accountinstance.h"
+// Resources as the service hands them out: trust and rank by the account's identity chain, the
+// class made for each type, and the authorizations their credentials register.
 
+#include "accountinstance.h"
 #include "oauth1signature_p.h"
 #include "testhttpserver.h"
 #include "trustfixture.h"
-#include <VantroAccount/account.h>
 
+#include <VantroAccount/account.h>
 #include <VantroAccount/accountidentity.h>
 #include <VantroAccount/database.h>
 #include <VantroAccount/resource.h>
@@ -48,8 +50,6 @@ QJsonObject credentialPayload(const QString &kind, const QJsonObject &secrets,
 class TestResource : public QObject
 {
     Q_OBJECT
-
-private:
     trustfixture::Chain m_chain;
     vn::test::TestHttpServer m_server;
     int m_baseline = 0;
@@ -67,7 +67,6 @@ private:
     {
         instance.setIdentity(AccountIdentity::loadChain(m_chain.records(), &instance));
     }
-
     // Credential records go unsigned to an account without a chain: each is invalid, says so, and
     // registers its authorization all the same.
     Resource *createCredentials(AccountInstance &instance, const QString &type, const QJsonObject &payload)
@@ -252,20 +251,19 @@ private Q_SLOTS:
                                                        {"consumerSecret", consumerSecret},
                                                        {"token", "tk-ada"},
                                                        {"tokenSecret", tokenSecret}}));
-        QVariantMap parameters;
+        QMap<QString, QString> parameters;
         auto pairs = QRegularExpression(QStringLiteral("(\\w+)=\"([^\"]*)\""))
                          .globalMatch(QString::fromLatin1(authorizationSeen()));
         while (pairs.hasNext()) {
             const QRegularExpressionMatch pair = pairs.next();
             parameters.insert(pair.captured(1), QUrl::fromPercentEncoding(pair.captured(2).toLatin1()));
         }
-        QCOMPARE(parameters.value(QStringLiteral("oauth_consumer_key")).toString(),
-                 QStringLiteral("ck-catalogue"));
-        QCOMPARE(parameters.value(QStringLiteral("oauth_token")).toString(), QStringLiteral("tk-ada"));
-        const QString signature = parameters.take(QStringLiteral("oauth_signature")).toString();
+        QCOMPARE(parameters.value(QStringLiteral("oauth_consumer_key")), QStringLiteral("ck-catalogue"));
+        QCOMPARE(parameters.value(QStringLiteral("oauth_token")), QStringLiteral("tk-ada"));
+        const QString signature = parameters.take(QStringLiteral("oauth_signature"));
         QVector<QPair<QString, QString>> signedParameters;
         for (auto it = parameters.cbegin(); it != parameters.cend(); ++it) {
-            signedParameters.append({it.key(), it.value().toString()});
+            signedParameters.append({it.key(), it.value()});
         }
         const vn::network::OAuth1Signature expected =
             vn::network::signOAuth1Request("GET", m_server.url(QStringLiteral("/probe")), QByteArray(),
