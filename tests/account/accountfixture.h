@@ -1,23 +1,30 @@
 #pragma once
 
 #include "demoscenario.h"
+#include "testjson.h"
 #include "timescale_p.h"
 
 #include <devservice.h>
 
 #include <VantroAccount/account.h>
+#include <VantroAccount/challengeresponseauthenticator.h>
 #include <VantroAccount/credentialauthenticator.h>
 #include <VantroAccount/passwordreset.h>
 #include <VantroAccount/profile.h>
+#include <VantroNetwork/networkaccessmanager.h>
 
+#include <QFile>
+#include <QJsonDocument>
 #include <QLoggingCategory>
 #include <QNetworkAccessManager>
 #include <QQmlNetworkAccessManagerFactory>
 #include <QSet>
 #include <QTemporaryDir>
-#include <QTest>
+#include <QtTest>
 
 #include <memory>
+
+namespace demo = vn::test::demo;
 
 // The development service in-process for the account tests, and the steps they all take.
 struct AccountFixture

@@ -2,15 +2,6 @@
 // the ways the exchange ends, the authenticator that is spent afterwards, and loading its key.
 
 #include "accountfixture.h"
-#include "testjson.h"
-
-#include <VantroAccount/challengeresponseauthenticator.h>
-#include <VantroNetwork/networkaccessmanager.h>
-
-#include <QFile>
-#include <QJsonDocument>
-#include <QTemporaryDir>
-#include <QtTest>
 
 using vn::account::AbstractAuthenticator;
 using vn::account::ChallengeResponseAuthenticator;

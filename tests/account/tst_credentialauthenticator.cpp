@@ -1,18 +1,10 @@
 // Credential login against the development account service in-process, over real HTTP.
 
 #include "accountfixture.h"
-#include "testjson.h"
-
-#include <VantroAccount/credentialauthenticator.h>
-#include <VantroNetwork/networkaccessmanager.h>
-
-#include <QJsonDocument>
-#include <QtTest>
 
 using vn::account::AbstractAuthenticator;
 using Status = vn::account::AbstractAuthenticator::Status;
 using vn::test::jsonObject;
-namespace demo = vn::test::demo;
 
 class TestCredentialAuthenticator : public QObject
 {

@@ -3,25 +3,16 @@
 // password reset with the answers the service gives.
 
 #include "accountfixture.h"
-#include "timescale_p.h"
 
-#include <Vantro/deleterequest.h>
 #include <VantroAccount/consumer.h>
-#include <VantroAccount/credentialauthenticator.h>
 #include <VantroAccount/loginlistmodel.h>
-#include <VantroAccount/passwordreset.h>
 #include <VantroAccount/permission.h>
 #include <VantroAccount/role.h>
-#include <VantroNetwork/networkaccessmanager.h>
 
-#include <QJsonDocument>
 #include <QQmlEngine>
 #include <QScopeGuard>
-#include <QSignalSpy>
-#include <QTest>
 
 using namespace vn::account;
-namespace demo = vn::test::demo;
 
 // The schedule a hundred times as fast: the login list's minute passes in 0.6 s.
 static constexpr double FastPace = 0.01;

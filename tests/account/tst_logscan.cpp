@@ -5,14 +5,11 @@
 #include "accountfixture.h"
 
 #include <Vantro/getrequest.h>
-#include <VantroAccount/challengeresponseauthenticator.h>
 #include <VantroAccount/loginlistmodel.h>
 #include <VantroAccount/service.h>
 
-#include <QFile>
 #include <QJsonArray>
 #include <QProcess>
-#include <QtTest>
 
 using vn::account::Account;
 using vn::account::Service;

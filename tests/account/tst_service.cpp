@@ -6,14 +6,10 @@
 #include "service_p.h"
 
 #include <Vantro/getrequest.h>
-#include <VantroAccount/challengeresponseauthenticator.h>
 #include <VantroAccount/service.h>
 #include <VantroNetwork/authorizationregistry.h>
 
-#include <QFile>
-#include <QJsonDocument>
 #include <QPointer>
-#include <QtTest>
 
 using vn::account::Account;
 using vn::account::Service;
