@@ -9,13 +9,10 @@
 #include <VantroAccount/account.h>
 #include <VantroAccount/accountidentity.h>
 #include <VantroAccount/database.h>
-#include <VantroAccount/resource.h>
-#include <VantroCrypto/jsonsignature.h>
 #include <VantroNetwork/authorizationregistry.h>
 #include <VantroNetwork/networkaccessmanager.h>
 
 #include <QNetworkReply>
-#include <QRegularExpression>
 #include <QtTest>
 
 #include <httplib.h>
@@ -67,8 +64,8 @@ class TestResource : public QObject
     {
         instance.setIdentity(AccountIdentity::loadChain(m_chain.records(), &instance));
     }
-    // Credential records go unsigned to an account without a chain: each is invalid, says so, and
-    // registers its authorization all the same.
+
+    // Credential records unsigned, without a chain: invalid, said so, and registered all the same.
     Resource *createCredentials(AccountInstance &instance, const QString &type, const QJsonObject &payload)
     {
         QTest::ignoreMessage(QtCriticalMsg, "No issuer declared on resource r-1");
