@@ -1,6 +1,4 @@
-// The account core against the development service in-process, served below a base path: the
-// client's own identity, login and its refusals, the restore from the profile, logout, the refresh
-// and the facade's requests.
+// The account core against the development service in-process, served below a base path.
 
 #include "accountfixture.h"
 #include "autotest_p.h"
@@ -277,8 +275,7 @@ private Q_SLOTS:
         QTest::ignoreMessage(QtCriticalMsg, "Online check failed with server error status 503");
         m_fixture.addFault(QStringLiteral("logins/current"), "GET", 503, 1000);
         QTRY_VERIFY(!onlineChanged.isEmpty());
-        // Ten checks for any request under way to arrive, then sixty, longer than consumer and
-        // resources take to come due again.
+        // Ten checks for any request under way to arrive, then sixty (900 ms, past every refresh).
         const auto checks = [this](int count) {
             m_fixture.service.clearJournal();
             return QTest::qWaitFor([&] { return m_fixture.countRequests("GET", "/logins/current") >= count; },

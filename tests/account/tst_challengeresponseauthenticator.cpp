@@ -1,5 +1,4 @@
-// Device login against the development account service in-process, over real HTTP: both phases,
-// the ways the exchange ends, the authenticator that is spent afterwards, and loading its key.
+// Device login against the development account service in-process, over real HTTP.
 
 #include "accountfixture.h"
 
@@ -19,8 +18,7 @@ class TestChallengeResponseAuthenticator : public QObject
     AccountFixture m_fixture;
     PrivateKey m_demoKey;
 
-    // Starts a login with @p key ("demo", "other" or "none") after replacing the service's answer
-    // to phase 1 with @p fault and @p answer.
+    // Starts a login with @p key ("demo", "other" or "none"), phase 1 answered with @p fault, @p answer.
     void start(ChallengeResponseAuthenticator &authenticator, const QString &key, int fault,
                const QByteArray &answer)
     {
@@ -58,8 +56,7 @@ private Q_SLOTS:
         m_fixture.service.setChallengeLifetime(vn::devservice::DevService::DefaultChallengeLifetime);
     }
 
-    // "answer" replaces the service's answer to phase 1 ("secret": the known challenge, without the
-    // "id" the service would give it); "logged": the critical line it causes.
+    // "answer": phase 1's answer ("secret": the known challenge, without an "id"); "logged": a critical line.
     void login_data()
     {
         QTest::addColumn<QString>("key");
@@ -139,8 +136,7 @@ private Q_SLOTS:
         }
     }
 
-    // Once more with the same authenticator: one spent by a useless challenge refuses without
-    // sending, any other sends afresh.
+    // Once more: an authenticator spent by a useless challenge refuses without sending.
     void again_data()
     {
         QTest::addColumn<QByteArray>("answer");
@@ -175,7 +171,6 @@ private Q_SLOTS:
     }
 
     // The key is set once per key, whichever way it arrives; a file that opens no key changes nothing.
-    // (Reading key files is the key classes' own concern.)
     void key()
     {
         QTemporaryDir folder;

@@ -23,8 +23,7 @@ private Q_SLOTS:
 
     void cleanup() { m_fixture.service.clearFaults(); }
 
-    // "user" and "target": the "username" and "impersonate" sent (no "impersonate" when empty);
-    // "success" also means a token, and the password forgotten rather than kept for another try.
+    // "user", "target": "username" and "impersonate" sent; "success": a token, the password forgotten.
     void login_data()
     {
         QTest::addColumn<QString>("userName");

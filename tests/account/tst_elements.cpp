@@ -1,6 +1,4 @@
-// The elements of the user interface against the development service in-process: permission and
-// role answers that follow the signed-in user, the login list and the end of another login, and the
-// password reset with the answers the service gives.
+// The elements of the user interface against the development service in-process.
 
 #include "accountfixture.h"
 
@@ -42,8 +40,7 @@ private Q_SLOTS:
 
     void cleanup() { m_fixture.service.clearFaults(); }
 
-    // Ada holds 0x23, 0x4f, 0x11 and 0x20001, and the roles admin and author. Both elements give
-    // the same answer in each row; "requireChanges": after setting the roles twice, then reversed.
+    // Ada holds 0x23, 0x4f, 0x11 and 0x20001, and the roles admin and author.
     void presence_data()
     {
         QTest::addColumn<int>("permission");
@@ -135,8 +132,7 @@ private Q_SLOTS:
 
         QTest::ignoreMessage(QtWarningMsg, "Cannot delete active session");
         model.deleteLogin(model.index(own).data(LoginListModel::SessionIdRole).toString());
-        // Another success status is a refusal. (Not 204: the service's fault answers carry a body,
-        // which a 204 must not have.)
+        // Another success status is a refusal (not 204: fault answers carry a body).
         m_fixture.addFault(QStringLiteral("logins/*"), "DELETE", 202);
         model.deleteLogin(otherId);
         QVERIFY(other.data(LoginListModel::DeletePendingRole).toBool());
@@ -161,8 +157,7 @@ private Q_SLOTS:
         QTRY_COMPARE(polled.rowCount(), 0);
     }
 
-    // The request names the user and the language of the default locale, and carries no token; it
-    // needs a QML engine for its network, and one at a time.
+    // The request names user and language, carries no token, needs a QML engine, one at a time.
     void passwordReset_data()
     {
         QTest::addColumn<QString>("email");

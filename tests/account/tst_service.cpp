@@ -1,6 +1,4 @@
-// Service resources against the development service in-process, which also plays the demo's
-// services on loopback origins of their own: the token's life at a fast pace, and which token
-// reaches which origin.
+// Service resources against the development service, which also plays the demo's services.
 
 #include "accountfixture.h"
 #include "service_p.h"
@@ -103,8 +101,7 @@ private Q_SLOTS:
                                         900000, 900000}));
     }
 
-    // Which credential reaches which origin, from enabling two services on one host to the end of
-    // the resources that hold their tokens.
+    // Which credential reaches which origin, from enabling two services to the end of their resources.
     void routing()
     {
         Service *files = service(QStringLiteral("demo-files"));
@@ -173,9 +170,7 @@ private Q_SLOTS:
         QVERIFY(signIn());
     }
 
-    // The answers of the token endpoint that give no token: what is logged, and how often the
-    // service asks in 300 ms (at 0, 5, 15, 35, 75, 155 ms when it backs off; once when it is stuck
-    // until enabled again).
+    // Token answers that give no token: what is logged, and how often the service asks in 300 ms.
     void failedToken_data()
     {
         QTest::addColumn<int>("status");
@@ -231,8 +226,7 @@ private Q_SLOTS:
         QTRY_COMPARE(files->status(), Service::Ready);
     }
 
-    // A token with less than five minutes left is renewed while it still works, one with more is
-    // only looked at; one that runs out while the renewal fails leaves the service Pending.
+    // A token with less than five minutes left is renewed, one with more only looked at.
     void renewal_data()
     {
         QTest::addColumn<int>("lifetime");
