@@ -1,4 +1,5 @@
-// Device login against the development account service in-process, over real HTTP.
+// The two authenticators against the development account service in-process, over real HTTP:
+// credentials ("user>>target") and the device's challenge-response.
 
 #include "accountfixture.h"
 
@@ -12,10 +13,11 @@ static const QString HostInfo = QStringLiteral("kiosk-3");
 // A challenge of 32 known bytes, which the "secret" phase-1 answer encrypts to the demo key.
 static const QByteArray Secret(32, '\x5a');
 
-class TestChallengeResponseAuthenticator : public QObject
+class TestAuthenticators : public QObject
 {
     Q_OBJECT
     AccountFixture m_fixture;
+    vn::account::CredentialAuthenticator m_authenticator;
     PrivateKey m_demoKey;
 
     // Starts a login with @p key ("demo", "other" or "none"), phase 1 answered with @p fault, @p answer.
@@ -44,6 +46,9 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_fixture.start(1.0));
+        m_authenticator.setNetwork(vn::network::NetworkAccessManager::sharedInstance());
+        m_authenticator.setHostInfo(HostInfo);
+        m_authenticator.setPersistent(true);
         QFile file(QStringLiteral(DEMO_DEVICE_KEY));
         QVERIFY(file.open(QIODevice::ReadOnly));
         m_demoKey = PrivateKey(file.readAll());
@@ -56,8 +61,98 @@ private Q_SLOTS:
         m_fixture.service.setChallengeLifetime(vn::devservice::DevService::DefaultChallengeLifetime);
     }
 
+    // "user", "target": "username" and "impersonate" sent; "success": a token, the password forgotten.
+    void credentials_data()
+    {
+        QTest::addColumn<QString>("userName");
+        QTest::addColumn<int>("fault");
+        QTest::addColumn<Status>("status");
+        QTest::addColumn<bool>("success");
+        QTest::addColumn<QString>("user");
+        QTest::addColumn<QString>("target");
+
+        const QString ada = demo::Ada;
+        const QString bob = demo::Bob;
+        QTest::newRow("both trimmed")
+            << "  ada@example.com  >>  bob@example.com " << 0 << Status::Success << true << ada << bob;
+        QTest::newRow("empty user dropped")
+            << ">>ada@example.com" << 0 << Status::Success << true << ada << "";
+        QTest::newRow("empty target dropped")
+            << "ada@example.com>>" << 0 << Status::Success << true << ada << "";
+        QTest::newRow("third ignored")
+            << "ada@example.com>>bob@example.com>>carol" << 0 << Status::Success << true << ada << bob;
+        QTest::newRow("unknown user")
+            << "eve@example.com" << 0 << Status::AuthenticationFailed << false << "eve@example.com"
+            << "";
+        QTest::newRow("impersonation refused")
+            << "ada@example.com>>eve" << 0 << Status::AuthenticationFailed << false << ada << "eve";
+        QTest::newRow("204") << ada << 204 << Status::ServiceUnavailable << false << ada << "";
+        QTest::newRow("400") << ada << 400 << Status::RequestFailed << false << ada << "";
+        QTest::newRow("500") << ada << 500 << Status::ServiceFailure << false << ada << "";
+        QTest::newRow("no response") << ada << int(AccountFixture::Dropped) << Status::ServiceUnavailable
+                                     << false << ada << "";
+    }
+
+    void credentials()
+    {
+        QFETCH(QString, userName);
+        QFETCH(int, fault);
+        QFETCH(Status, status);
+        QFETCH(bool, success);
+        QFETCH(QString, user);
+        QFETCH(QString, target);
+
+        m_fixture.service.clearJournal();
+        // Twice: Qt sends once more when a connection closes before any answer, as it may after a 204.
+        m_fixture.addFault(QStringLiteral("authenticate"), "POST", fault, 2);
+        m_authenticator.setUserName(userName);
+        m_authenticator.setPassword(demo::AdaPassword);
+        QSignalSpy finished(&m_authenticator, &AbstractAuthenticator::finished);
+        m_authenticator.start();
+        QTRY_COMPARE(finished.size(), 1);
+        QCOMPARE(finished.at(0).at(0).value<Status>(), status);
+        QCOMPARE(finished.at(0).at(1).value<vn::account::AccessToken>().isValid(), success);
+        QCOMPARE(m_authenticator.password().isEmpty(), success);
+        QJsonObject body = jsonObject("{'authType': 'credentials', 'password': 'ada-demo-password', "
+                                      "'persistent': true, 'hostInfo': 'kiosk-3'}");
+        body.insert(QStringLiteral("username"), user);
+        if (!target.isEmpty()) {
+            body.insert(QStringLiteral("impersonate"), target);
+        }
+        QCOMPARE(QJsonDocument::fromJson(m_fixture.service.journal().at(0).body).object(), body);
+    }
+
+    // A start while one runs is refused and leaves it undisturbed; one without a user name sends nothing.
+    void refusedStart_data()
+    {
+        QTest::addColumn<QString>("userName");
+        QTest::addColumn<QList<Status>>("statuses");
+        QTest::addColumn<int>("requests");
+        QTest::newRow("while busy") << demo::Ada << QList<Status>{Status::Busy, Status::Success} << 1;
+        QTest::newRow("separators only")
+            << ">>>>" << QList<Status>{Status::InvalidLoginData, Status::InvalidLoginData} << 0;
+    }
+
+    void refusedStart()
+    {
+        QFETCH(QString, userName);
+        QFETCH(QList<Status>, statuses);
+        QFETCH(int, requests);
+
+        m_fixture.service.clearJournal();
+        m_authenticator.setUserName(userName);
+        m_authenticator.setPassword(demo::AdaPassword);
+        QList<Status> finished;
+        connect(&m_authenticator, &AbstractAuthenticator::finished, this,
+                [&finished](Status status) { finished.append(status); });
+        m_authenticator.start();
+        m_authenticator.start();
+        QTRY_COMPARE(finished, statuses);
+        QCOMPARE(m_fixture.service.journal().size(), requests);
+        disconnect(&m_authenticator, nullptr, this, nullptr);
+    }
     // "answer": phase 1's answer ("secret": the known challenge, without an "id"); "logged": a critical line.
-    void login_data()
+    void challenge_data()
     {
         QTest::addColumn<QString>("key");
         QTest::addColumn<int>("fault");
@@ -91,7 +186,7 @@ private Q_SLOTS:
             << "demo" << 0 << QByteArray("secret") << 60000 << refused << 2 << "";
     }
 
-    void login()
+    void challenge()
     {
         QFETCH(QString, key);
         QFETCH(int, fault);
@@ -137,7 +232,7 @@ private Q_SLOTS:
     }
 
     // Once more: an authenticator spent by a useless challenge refuses without sending.
-    void again_data()
+    void spent_data()
     {
         QTest::addColumn<QByteArray>("answer");
         QTest::addColumn<Status>("status");
@@ -148,7 +243,7 @@ private Q_SLOTS:
             << QByteArray(R"({"id": "c-1", "challenge": "AAECAwQF"})") << Status::Busy << 2;
     }
 
-    void again()
+    void spent()
     {
         QFETCH(QByteArray, answer);
         QFETCH(Status, status);
@@ -194,5 +289,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestChallengeResponseAuthenticator)
-#include "tst_challengeresponseauthenticator.moc"
+QTEST_GUILESS_MAIN(TestAuthenticators)
+#include "tst_authenticators.moc"
