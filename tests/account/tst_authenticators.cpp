@@ -88,9 +88,6 @@ private Q_SLOTS:
             << "ada@example.com>>eve" << 0 << Status::AuthenticationFailed << false << ada << "eve";
         QTest::newRow("204") << ada << 204 << Status::ServiceUnavailable << false << ada << "";
         QTest::newRow("400") << ada << 400 << Status::RequestFailed << false << ada << "";
-        QTest::newRow("500") << ada << 500 << Status::ServiceFailure << false << ada << "";
-        QTest::newRow("no response") << ada << int(AccountFixture::Dropped) << Status::ServiceUnavailable
-                                     << false << ada << "";
     }
 
     void credentials()
@@ -171,9 +168,6 @@ private Q_SLOTS:
         QTest::newRow("no key") << "none" << 0 << none << 60000 << Status::InvalidLoginData << 0 << "";
         QTest::newRow("challenge expired before the answer")
             << "demo" << 0 << none << 0 << refused << 2 << "";
-        QTest::newRow("phase 1: 403") << "demo" << 403 << none << 60000 << refused << 1 << "";
-        QTest::newRow("phase 1: 404") << "demo" << 404 << none << 60000 << Status::RequestFailed << 1 << "";
-        QTest::newRow("phase 1: 500") << "demo" << 500 << none << 60000 << Status::ServiceFailure << 1 << "";
         QTest::newRow("phase 1: 302")
             << "demo" << 302 << none << 60000 << Status::ServiceUnavailable << 1 << "";
         QTest::newRow("phase 1: no challenge")
