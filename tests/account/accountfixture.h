@@ -1,44 +1,150 @@
 #pragma once
 
+#include "demoscenario.h"
+#include "testjson.h"
+#include "timescale_p.h"
+
 #include <devservice.h>
 
 #include <VantroAccount/account.h>
+#include <VantroAccount/challengeresponseauthenticator.h>
+#include <VantroAccount/credentialauthenticator.h>
+#include <VantroAccount/passwordreset.h>
+#include <VantroAccount/profile.h>
+#include <VantroNetwork/networkaccessmanager.h>
 
+#include <QFile>
+#include <QJsonDocument>
+#include <QLoggingCategory>
+#include <QNetworkAccessManager>
+#include <QQmlNetworkAccessManagerFactory>
 #include <QSet>
 #include <QTemporaryDir>
+#include <QtTest>
 
 #include <memory>
 
-#include <QQmlNetworkAccessManagerFactory>
+namespace demo = vn::test::demo;
 
 // The development service in-process for the account tests, and the steps they all take.
 struct AccountFixture
 {
-    static const QString Ada;
-    static const QString AdaPassword;
+    /// For the QML suite, which names Ada through the fixture.
+    inline static const QString &Ada = vn::test::demo::Ada;
+    inline static const QString &AdaPassword = vn::test::demo::AdaPassword;
     /// What a sign-out leaves in the profile.
-    static const QSet<QString> ClientIdentity;
+    inline static const QSet<QString> ClientIdentity{QStringLiteral("clientId"), QStringLiteral("clientKey")};
     /// A fault status that drops the connection instead (Qt then sends the request once more).
     static constexpr int Dropped = -1;
     /// A fault status that serves the request with a body that is not JSON.
     static constexpr int Malformed = -2;
 
-    /// Serves the demo below @p basePath on a free port for the account configuration, runs the
-    /// account's schedule @p timeScale times as fast and clears the profile but the client's identity.
-    bool start(double timeScale, const QString &basePath = QString());
-    /// Logs in as Ada and waits until the refresh has brought consumer, identity and resources.
-    static bool connect(vn::account::Account &account, bool persistent);
-    /// Disconnected with nothing left: no data, no token, no profile entry but the client's identity.
-    static bool isSignedOut(const vn::account::Account &account);
-    static QSet<QString> profileEntries();
-    /// The next @p count requests to "api/v1/" + @p path get @p status (0 serves them).
-    void addFault(const QString &path, const QByteArray &method, int status, int count = 1);
-    /// How many received requests with @p method have a path ending in @p pathEnd.
-    int countRequests(const QByteArray &method, const QByteArray &pathEnd) const;
-    /// Managers for a QML engine that send what goes to the password-reset address, which is fixed
-    /// when the library is built, to this service instead, as an application's proxy would.
-    std::unique_ptr<QQmlNetworkAccessManagerFactory> resetRedirect() const;
-
     vn::devservice::DevService service;
     QTemporaryDir folder;
+
+    /// Serves the demo below @p basePath on a free port for the account configuration, runs the
+    /// account's schedule @p timeScale times as fast and clears the profile but the client's identity.
+    bool start(double timeScale, const QString &basePath = QString())
+    {
+        // A line for every request served, every request warning and every refusal of a forged
+        // resource would bury the lines of a failure.
+        QLoggingCategory::setFilterRules(QStringLiteral("vantro.devservice.request.info=false\n"
+                                                        "vantro.request.warning=false\n"
+                                                        "vantro.account.resource.critical=false"));
+        vn::account::TimeScale::setFactor(timeScale);
+        service.setBasePath(basePath);
+        const QString configuration = folder.filePath(QStringLiteral("account.json"));
+        if (!folder.isValid() || !service.listen(QStringLiteral("127.0.0.1"), 0) ||
+            !service.writeConfiguration(configuration)) {
+            return false;
+        }
+        qputenv("VANTRO_ACCOUNT_CONFIG", configuration.toLocal8Bit());
+        for (const QString &entry : profileEntries() - ClientIdentity) {
+            vn::account::Account::profile().deleteEntry(entry);
+        }
+        return true;
+    }
+
+    /// Logs in as Ada and waits until the refresh has brought consumer, identity and resources.
+    static bool connect(vn::account::Account &account, bool persistent)
+    {
+        vn::account::CredentialAuthenticator authenticator;
+        authenticator.setUserName(vn::test::demo::Ada);
+        authenticator.setPassword(vn::test::demo::AdaPassword);
+        authenticator.setPersistent(persistent);
+        account.login(&authenticator);
+        return QTest::qWaitFor(
+            [&] { return account.consumer() && account.identity() && !account.resourceList().isEmpty(); },
+            10000);
+    }
+
+    /// Disconnected with nothing left: no data, no token, no profile entry but the client's identity.
+    static bool isSignedOut(const vn::account::Account &account)
+    {
+        return account.status() == vn::account::Account::Disconnected && !account.isOnline() &&
+               !account.consumer() && !account.identity() && !account.session() &&
+               account.resourceList().isEmpty() && !account.accessToken().isValid() &&
+               profileEntries() == ClientIdentity;
+    }
+
+    static QSet<QString> profileEntries()
+    {
+        const QStringList entries = vn::account::Account::profile().entries();
+        return QSet<QString>(entries.cbegin(), entries.cend());
+    }
+
+    /// The next @p count requests to "api/v1/" + @p path get @p status (0 serves them).
+    void addFault(const QString &path, const QByteArray &method, int status, int count = 1)
+    {
+        vn::devservice::Fault fault;
+        fault.path = QStringLiteral("api/v1/") + path;
+        fault.method = method;
+        fault.status = qMax(status, 0);
+        fault.dropConnection = status == Dropped;
+        fault.malformedBody = status == Malformed;
+        fault.count = status == Dropped ? 2 * count : count;
+        service.addFault(fault);
+    }
+
+    /// How many received requests with @p method have a path ending in @p pathEnd.
+    int countRequests(const QByteArray &method, const QByteArray &pathEnd) const
+    {
+        const auto journal = service.journal();
+        return int(std::count_if(journal.cbegin(), journal.cend(), [&](const auto &request) {
+            return request.method == method && request.path.endsWith(pathEnd);
+        }));
+    }
+
+    /// Managers for a QML engine that send what goes to the password-reset address, which is fixed
+    /// when the library is built, to this service instead, as an application's proxy would.
+    std::unique_ptr<QQmlNetworkAccessManagerFactory> resetRedirect() const
+    {
+        struct Redirect : QNetworkAccessManager
+        {
+            QUrl target;
+            QNetworkReply *createRequest(Operation operation, const QNetworkRequest &request,
+                                         QIODevice *body) override
+            {
+                QNetworkRequest redirected = request;
+                if (request.url() == vn::account::PasswordReset::url()) {
+                    redirected.setUrl(target);
+                }
+                return QNetworkAccessManager::createRequest(operation, redirected, body);
+            }
+        };
+        struct Factory : QQmlNetworkAccessManagerFactory
+        {
+            QUrl target;
+            QNetworkAccessManager *create(QObject *parent) override
+            {
+                auto *manager = new Redirect;
+                manager->setParent(parent);
+                manager->target = target;
+                return manager;
+            }
+        };
+        auto factory = std::make_unique<Factory>();
+        factory->target = service.url().resolved(QUrl(QStringLiteral("api/v1/password-reset")));
+        return factory;
+    }
 };

@@ -5,14 +5,10 @@
 #include "accountfixture.h"
 
 #include <Vantro/getrequest.h>
-#include <VantroAccount/challengeresponseauthenticator.h>
 #include <VantroAccount/loginlistmodel.h>
 #include <VantroAccount/service.h>
 
-#include <QFile>
-#include <QJsonArray>
 #include <QProcess>
-#include <QtTest>
 
 using vn::account::Account;
 using vn::account::Service;
@@ -26,24 +22,16 @@ static void recordLine(QtMsgType, const QMessageLogContext &context, const QStri
 
 // The secret members of resource payloads (passwords, tokens, secrets), at any depth; user names
 // and OAuth consumer keys name an account rather than prove it.
-static void collectCredentials(const QJsonValue &value, QStringList *out)
+static QStringList credentials(const QJsonObject &payload)
 {
-    if (value.isArray()) {
-        for (const QJsonValue &item : value.toArray()) {
-            collectCredentials(item, out);
-        }
-    } else if (value.isObject()) {
-        const QJsonObject object = value.toObject();
-        for (auto it = object.begin(); it != object.end(); ++it) {
-            const QString name = it.key().toLower();
-            if (it.value().isString() &&
-                (name.contains(QLatin1String("password")) || name.contains(QLatin1String("token")) ||
-                 name.contains(QLatin1String("secret")))) {
-                out->append(it.value().toString());
-            }
-            collectCredentials(it.value(), out);
-        }
+    QStringList found;
+    auto matches = QRegularExpression(QStringLiteral("\"[^\"]*(password|token|secret)[^\"]*\":\"([^\"]*)\""),
+                                      QRegularExpression::CaseInsensitiveOption)
+                       .globalMatch(QString::fromUtf8(QJsonDocument(payload).toJson(QJsonDocument::Compact)));
+    while (matches.hasNext()) {
+        found.append(matches.next().captured(2));
     }
+    return found;
 }
 
 // The lines of a PEM text between its armour: each is key material.
@@ -90,7 +78,7 @@ private Q_SLOTS:
         m_fixture.service.setJournalLimit(100000);
         QLoggingCategory::setFilterRules(QStringLiteral("vantro.*=true"));
         const QtMessageHandler previous = qInstallMessageHandler(recordLine);
-        QStringList secrets{AccountFixture::AdaPassword};
+        QStringList secrets{demo::AdaPassword};
         {
             Account account;
             QVERIFY(AccountFixture::connect(account, true));
@@ -118,14 +106,13 @@ private Q_SLOTS:
         const QTemporaryDir profiles;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("VANTRO_PROFILE_LOCATION"), profiles.path());
-        const QList<QStringList> commands{{"login", AccountFixture::Ada, "--password-stdin"},
-                                          {"services", "get", "demo-files", "items"},
-                                          {"logout"}};
+        const QList<QStringList> commands{
+            {"login", demo::Ada, "--password-stdin"}, {"services", "get", "demo-files", "items"}, {"logout"}};
         for (const QStringList &command : commands) {
             QProcess client;
             client.setProcessEnvironment(environment);
             client.start(QStringLiteral(VANTRO_ACCOUNT_PROGRAM), command + QStringList{"--verbose"});
-            client.write(AccountFixture::AdaPassword.toUtf8() + '\n');
+            client.write(demo::AdaPassword.toUtf8() + '\n');
             client.closeWriteChannel();
             QVERIFY(client.waitForFinished(60000));
             QCOMPARE(client.exitCode(), 0);
@@ -141,7 +128,7 @@ private Q_SLOTS:
             }
         }
         for (const auto &resource : m_fixture.service.scenario().resources()) {
-            collectCredentials(resource.record.value(QLatin1String("payload")), &secrets);
+            secrets += credentials(resource.record.value(QLatin1String("payload")).toObject());
         }
         secrets.removeDuplicates();
         QVERIFY2(secrets.size() > 30, qPrintable(QString::number(secrets.size())));

@@ -1,19 +1,19 @@
-#include "accountinstance.h"
+// Identity chains and resources as the service hands them out: each link checked up to the built-in
+// root, each resource trusted and ranked by the chain, made by type, its credentials registered.
 
+#include "accountinstance.h"
 #include "oauth1signature_p.h"
 #include "testhttpserver.h"
 #include "trustfixture.h"
-#include <VantroAccount/account.h>
 
+#include <VantroAccount/account.h>
 #include <VantroAccount/accountidentity.h>
 #include <VantroAccount/database.h>
-#include <VantroAccount/resource.h>
-#include <VantroCrypto/jsonsignature.h>
+#include <VantroAccount/rootidentity.h>
 #include <VantroNetwork/authorizationregistry.h>
 #include <VantroNetwork/networkaccessmanager.h>
 
 #include <QNetworkReply>
-#include <QRegularExpression>
 #include <QtTest>
 
 #include <httplib.h>
@@ -21,6 +21,7 @@
 using vn::account::AccountIdentity;
 using vn::account::AccountInstance;
 using vn::account::Database;
+using vn::account::Identity;
 using vn::account::Resource;
 using vn::network::AuthorizationRegistry;
 
@@ -48,8 +49,6 @@ QJsonObject credentialPayload(const QString &kind, const QJsonObject &secrets,
 class TestResource : public QObject
 {
     Q_OBJECT
-
-private:
     trustfixture::Chain m_chain;
     vn::test::TestHttpServer m_server;
     int m_baseline = 0;
@@ -68,8 +67,7 @@ private:
         instance.setIdentity(AccountIdentity::loadChain(m_chain.records(), &instance));
     }
 
-    // Credential records go unsigned to an account without a chain: each is invalid, says so, and
-    // registers its authorization all the same.
+    // Credential records unsigned, without a chain: invalid, said so, and registered all the same.
     Resource *createCredentials(AccountInstance &instance, const QString &type, const QJsonObject &payload)
     {
         QTest::ignoreMessage(QtCriticalMsg, "No issuer declared on resource r-1");
@@ -112,6 +110,74 @@ private Q_SLOTS:
 
     void cleanup() { QCOMPARE(AuthorizationRegistry::instance()->count(), m_baseline); }
 
+    void emptyChainMakesNothing()
+    {
+        QObject owner;
+        QCOMPARE(AccountIdentity::loadChain(QJsonArray(), &owner), nullptr);
+        QVERIFY(owner.children().isEmpty());
+    }
+
+    void chain_data()
+    {
+        QTest::addColumn<QJsonArray>("chain");
+        QTest::addColumn<QList<bool>>("valid"); // per link, from the first element to the leaf
+        QTest::addColumn<QStringList>("messages");
+
+        const QJsonObject middle = m_chain.identity("middle", "root");
+        const QJsonObject leaf = m_chain.identity("leaf", "middle", "middle");
+        const QString failed = QStringLiteral("Account identity verification failed for %1");
+        const QString mismatch = QStringLiteral("Account identity parent mismatch: %1 != %2");
+
+        QTest::newRow("one link") << QJsonArray{middle} << QList<bool>{true} << QStringList();
+        QTest::newRow("one link naming the root")
+            << QJsonArray{m_chain.identity("middle", "root", "root")} << QList<bool>{true} << QStringList();
+        QTest::newRow("one link naming another parent")
+            << QJsonArray{m_chain.identity("middle", "root", "elsewhere")} << QList<bool>{false}
+            << QStringList{mismatch.arg("root", "elsewhere")};
+        QTest::newRow("one link signed by a stranger")
+            << QJsonArray{m_chain.identity("middle", "stranger")} << QList<bool>{false}
+            << QStringList{failed.arg("middle")};
+        QTest::newRow("two links") << QJsonArray{middle, leaf} << QList<bool>{true, true} << QStringList();
+        // An absent parent means the root, which is not the second link's signer.
+        QTest::newRow("second link without parent")
+            << QJsonArray{middle, m_chain.identity("leaf", "middle")} << QList<bool>{true, false}
+            << QStringList{mismatch.arg("middle", "root")};
+        QTest::newRow("broken first link under a valid leaf")
+            << QJsonArray{m_chain.identity("middle", "stranger"), leaf} << QList<bool>{false, true}
+            << QStringList{failed.arg("middle")};
+        QTest::newRow("two failures") << QJsonArray{m_chain.identity("middle", "root", "elsewhere"),
+                                                    m_chain.identity("leaf", "stranger", "middle")}
+                                      << QList<bool>{false, false}
+                                      << QStringList{mismatch.arg("root", "elsewhere"), failed.arg("leaf")};
+    }
+
+    void chain()
+    {
+        QFETCH(QJsonArray, chain);
+        QFETCH(QList<bool>, valid);
+        QFETCH(QStringList, messages);
+        for (const QString &message : qAsConst(messages)) {
+            QTest::ignoreMessage(QtCriticalMsg, qPrintable(message));
+        }
+        QObject owner;
+        const AccountIdentity *leaf = AccountIdentity::loadChain(chain, &owner);
+
+        // Walk up from the leaf: one identity per element, in array order, then the root.
+        QList<bool> linkValidity;
+        const Identity *identity = leaf;
+        for (int index = chain.size() - 1; index >= 0; --index) {
+            QVERIFY(identity);
+            QCOMPARE(identity->uuid(), chain.at(index)[QLatin1String("id")].toString());
+            QCOMPARE(identity->property("parent").value<Identity *>(), identity->parent());
+            linkValidity.prepend(identity->isValid());
+            identity = identity->parent();
+        }
+        QVERIFY(qobject_cast<const vn::account::RootIdentity *>(identity));
+        QVERIFY(identity->verifyChain());
+        QCOMPARE(owner.children().size(), chain.size() + 1);
+        QCOMPARE(linkValidity, valid);
+        QCOMPARE(leaf->verifyChain(), !valid.contains(false));
+    }
     void trust_data()
     {
         QTest::addColumn<QJsonObject>("record");
@@ -252,20 +318,19 @@ private Q_SLOTS:
                                                        {"consumerSecret", consumerSecret},
                                                        {"token", "tk-ada"},
                                                        {"tokenSecret", tokenSecret}}));
-        QVariantMap parameters;
+        QMap<QString, QString> parameters;
         auto pairs = QRegularExpression(QStringLiteral("(\\w+)=\"([^\"]*)\""))
                          .globalMatch(QString::fromLatin1(authorizationSeen()));
         while (pairs.hasNext()) {
             const QRegularExpressionMatch pair = pairs.next();
             parameters.insert(pair.captured(1), QUrl::fromPercentEncoding(pair.captured(2).toLatin1()));
         }
-        QCOMPARE(parameters.value(QStringLiteral("oauth_consumer_key")).toString(),
-                 QStringLiteral("ck-catalogue"));
-        QCOMPARE(parameters.value(QStringLiteral("oauth_token")).toString(), QStringLiteral("tk-ada"));
-        const QString signature = parameters.take(QStringLiteral("oauth_signature")).toString();
+        QCOMPARE(parameters.value(QStringLiteral("oauth_consumer_key")), QStringLiteral("ck-catalogue"));
+        QCOMPARE(parameters.value(QStringLiteral("oauth_token")), QStringLiteral("tk-ada"));
+        const QString signature = parameters.take(QStringLiteral("oauth_signature"));
         QVector<QPair<QString, QString>> signedParameters;
         for (auto it = parameters.cbegin(); it != parameters.cend(); ++it) {
-            signedParameters.append({it.key(), it.value().toString()});
+            signedParameters.append({it.key(), it.value()});
         }
         const vn::network::OAuth1Signature expected =
             vn::network::signOAuth1Request("GET", m_server.url(QStringLiteral("/probe")), QByteArray(),

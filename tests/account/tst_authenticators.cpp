@@ -1,0 +1,287 @@
+// The two authenticators against the development account service in-process, over real HTTP:
+// credentials ("user>>target") and the device's challenge-response.
+
+#include "accountfixture.h"
+
+using vn::account::AbstractAuthenticator;
+using vn::account::ChallengeResponseAuthenticator;
+using vn::crypto::PrivateKey;
+using Status = vn::account::AbstractAuthenticator::Status;
+using vn::test::jsonObject;
+
+static const QString HostInfo = QStringLiteral("kiosk-3");
+// A challenge of 32 known bytes, which the "secret" phase-1 answer encrypts to the demo key.
+static const QByteArray Secret(32, '\x5a');
+
+class TestAuthenticators : public QObject
+{
+    Q_OBJECT
+    AccountFixture m_fixture;
+    vn::account::CredentialAuthenticator m_authenticator;
+    PrivateKey m_demoKey;
+
+    // Starts a login with @p key ("demo", "other" or "none"), phase 1 answered with @p fault, @p answer.
+    void start(ChallengeResponseAuthenticator &authenticator, const QString &key, int fault,
+               const QByteArray &answer)
+    {
+        authenticator.setNetwork(vn::network::NetworkAccessManager::sharedInstance());
+        authenticator.setHostInfo(HostInfo);
+        authenticator.setPersistent(true);
+        if (key != QLatin1String("none")) {
+            authenticator.setPrivateKey(key == QLatin1String("demo") ? m_demoKey : PrivateKey(1, 2048));
+        }
+        vn::devservice::Fault phaseOne;
+        phaseOne.path = QStringLiteral("api/v1/authenticate");
+        phaseOne.status = fault;
+        phaseOne.body = answer != "secret"
+                            ? answer
+                            : "{\"challenge\": \"" + m_demoKey.publicKey().encrypt(Secret).toBase64() + "\"}";
+        if (fault || !answer.isEmpty()) {
+            m_fixture.service.addFault(phaseOne);
+        }
+        authenticator.start();
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_fixture.start(1.0));
+        m_authenticator.setNetwork(vn::network::NetworkAccessManager::sharedInstance());
+        m_authenticator.setHostInfo(HostInfo);
+        m_authenticator.setPersistent(true);
+        QFile file(QStringLiteral(DEMO_DEVICE_KEY));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        m_demoKey = PrivateKey(file.readAll());
+        QVERIFY(m_demoKey.isValid());
+    }
+
+    void cleanup()
+    {
+        m_fixture.service.clearFaults();
+        m_fixture.service.setChallengeLifetime(vn::devservice::DevService::DefaultChallengeLifetime);
+    }
+
+    // "user", "target": "username" and "impersonate" sent; "success": a token, the password forgotten.
+    void credentials_data()
+    {
+        QTest::addColumn<QString>("userName");
+        QTest::addColumn<int>("fault");
+        QTest::addColumn<Status>("status");
+        QTest::addColumn<bool>("success");
+        QTest::addColumn<QString>("user");
+        QTest::addColumn<QString>("target");
+
+        const QString ada = demo::Ada;
+        const QString bob = demo::Bob;
+        QTest::newRow("both trimmed")
+            << "  ada@example.com  >>  bob@example.com " << 0 << Status::Success << true << ada << bob;
+        QTest::newRow("empty user dropped")
+            << ">>ada@example.com" << 0 << Status::Success << true << ada << "";
+        QTest::newRow("empty target dropped")
+            << "ada@example.com>>" << 0 << Status::Success << true << ada << "";
+        QTest::newRow("third ignored")
+            << "ada@example.com>>bob@example.com>>carol" << 0 << Status::Success << true << ada << bob;
+        QTest::newRow("unknown user")
+            << "eve@example.com" << 0 << Status::AuthenticationFailed << false << "eve@example.com"
+            << "";
+        QTest::newRow("impersonation refused")
+            << "ada@example.com>>eve" << 0 << Status::AuthenticationFailed << false << ada << "eve";
+        QTest::newRow("204") << ada << 204 << Status::ServiceUnavailable << false << ada << "";
+        QTest::newRow("400") << ada << 400 << Status::RequestFailed << false << ada << "";
+    }
+
+    void credentials()
+    {
+        QFETCH(QString, userName);
+        QFETCH(int, fault);
+        QFETCH(Status, status);
+        QFETCH(bool, success);
+        QFETCH(QString, user);
+        QFETCH(QString, target);
+
+        m_fixture.service.clearJournal();
+        // Twice: Qt sends once more when a connection closes before any answer, as it may after a 204.
+        m_fixture.addFault(QStringLiteral("authenticate"), "POST", fault, 2);
+        m_authenticator.setUserName(userName);
+        m_authenticator.setPassword(demo::AdaPassword);
+        QSignalSpy finished(&m_authenticator, &AbstractAuthenticator::finished);
+        m_authenticator.start();
+        QTRY_COMPARE(finished.size(), 1);
+        QCOMPARE(finished.at(0).at(0).value<Status>(), status);
+        QCOMPARE(finished.at(0).at(1).value<vn::account::AccessToken>().isValid(), success);
+        QCOMPARE(m_authenticator.password().isEmpty(), success);
+        QJsonObject body = jsonObject("{'authType': 'credentials', 'password': 'ada-demo-password', "
+                                      "'persistent': true, 'hostInfo': 'kiosk-3'}");
+        body.insert(QStringLiteral("username"), user);
+        if (!target.isEmpty()) {
+            body.insert(QStringLiteral("impersonate"), target);
+        }
+        QCOMPARE(QJsonDocument::fromJson(m_fixture.service.journal().at(0).body).object(), body);
+    }
+
+    // A start while one runs is refused and leaves it undisturbed; one without a user name sends nothing.
+    void refusedStart_data()
+    {
+        QTest::addColumn<QString>("userName");
+        QTest::addColumn<QList<Status>>("statuses");
+        QTest::addColumn<int>("requests");
+        QTest::newRow("while busy") << demo::Ada << QList<Status>{Status::Busy, Status::Success} << 1;
+        QTest::newRow("separators only")
+            << ">>>>" << QList<Status>{Status::InvalidLoginData, Status::InvalidLoginData} << 0;
+    }
+
+    void refusedStart()
+    {
+        QFETCH(QString, userName);
+        QFETCH(QList<Status>, statuses);
+        QFETCH(int, requests);
+
+        m_fixture.service.clearJournal();
+        m_authenticator.setUserName(userName);
+        m_authenticator.setPassword(demo::AdaPassword);
+        QList<Status> finished;
+        connect(&m_authenticator, &AbstractAuthenticator::finished, this,
+                [&finished](Status status) { finished.append(status); });
+        m_authenticator.start();
+        m_authenticator.start();
+        QTRY_COMPARE(finished, statuses);
+        QCOMPARE(m_fixture.service.journal().size(), requests);
+        disconnect(&m_authenticator, nullptr, this, nullptr);
+    }
+    // "answer": phase 1's answer ("secret": the known challenge, without an "id"); "logged": a critical line.
+    void challenge_data()
+    {
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<int>("fault");
+        QTest::addColumn<QByteArray>("answer");
+        QTest::addColumn<int>("challengeLifetime");
+        QTest::addColumn<Status>("status");
+        QTest::addColumn<int>("requests");
+        QTest::addColumn<QString>("logged");
+
+        const QByteArray none;
+        const QByteArray noChallenge(R"({"id": "c-1"})");
+        const QByteArray foreign(R"({"id": "c-1", "challenge": "AAECAwQF"})");
+        const Status refused = Status::AuthenticationFailed;
+        QTest::newRow("demo key") << "demo" << 0 << none << 60000 << Status::Success << 2 << "";
+        QTest::newRow("unknown key") << "other" << 0 << none << 60000 << refused << 1 << "";
+        QTest::newRow("no key") << "none" << 0 << none << 60000 << Status::InvalidLoginData << 0 << "";
+        QTest::newRow("challenge expired before the answer")
+            << "demo" << 0 << none << 0 << refused << 2 << "";
+        QTest::newRow("phase 1: 302")
+            << "demo" << 302 << none << 60000 << Status::ServiceUnavailable << 1 << "";
+        QTest::newRow("phase 1: no challenge")
+            << "demo" << 0 << noChallenge << 60000 << Status::ServiceFailure << 1 << "";
+        QTest::newRow("phase 1: a challenge for another key")
+            << "demo" << 0 << foreign << 60000 << Status::RequestFailed << 1
+            << "^Cannot decrypt: .*oaep decoding error$";
+        // Decrypted and sent back with an empty id, which the service knows nothing of.
+        QTest::newRow("phase 1: a challenge without id")
+            << "demo" << 0 << QByteArray("secret") << 60000 << refused << 2 << "";
+    }
+
+    void challenge()
+    {
+        QFETCH(QString, key);
+        QFETCH(int, fault);
+        QFETCH(QByteArray, answer);
+        QFETCH(int, challengeLifetime);
+        QFETCH(Status, status);
+        QFETCH(int, requests);
+        QFETCH(QString, logged);
+
+        if (!logged.isEmpty()) {
+            QTest::ignoreMessage(QtCriticalMsg, QRegularExpression(logged));
+        }
+        m_fixture.service.setChallengeLifetime(challengeLifetime);
+        ChallengeResponseAuthenticator authenticator;
+        QSignalSpy finished(&authenticator, &AbstractAuthenticator::finished);
+        m_fixture.service.clearJournal();
+        start(authenticator, key, fault, answer);
+        QTRY_COMPARE(finished.size(), 1);
+        QCOMPARE(finished.at(0).at(0).value<Status>(), status);
+        QCOMPARE(finished.at(0).at(1).value<vn::account::AccessToken>().isValid(), status == Status::Success);
+
+        const auto journal = m_fixture.service.journal();
+        QCOMPARE(journal.size(), requests);
+        if (requests >= 1) { // the question names the key and nothing else
+            const QString fingerprint =
+                authenticator.privateKey().fingerPrint(QCryptographicHash::Sha256).toBase64();
+            QJsonObject question = jsonObject("{'authType': 'challenge-response', 'phase': 'challenge'}");
+            question.insert(QStringLiteral("fingerprint"), fingerprint);
+            QCOMPARE(QJsonDocument::fromJson(journal.at(0).body).object(), question);
+        }
+        if (requests == 2) {
+            QJsonObject response = QJsonDocument::fromJson(journal.at(1).body).object();
+            const QJsonValue challenge = response.take(QStringLiteral("challenge"));
+            const QJsonValue id = response.take(QStringLiteral("challengeId"));
+            QVERIFY(challenge.isString() && id.isString());
+            QCOMPARE(response, jsonObject("{'authType': 'challenge-response', 'phase': 'response', "
+                                          "'hostInfo': 'kiosk-3', 'persistent': true}"));
+            if (answer == "secret") {
+                QCOMPARE(id, "");
+                QCOMPARE(challenge, QString::fromLatin1(Secret.toBase64()));
+            }
+        }
+    }
+
+    // Once more: an authenticator spent by a useless challenge refuses without sending.
+    void spent_data()
+    {
+        QTest::addColumn<QByteArray>("answer");
+        QTest::addColumn<Status>("status");
+        QTest::addColumn<int>("requests"); // its own and those of another login after it
+        QTest::newRow("after a login") << QByteArray() << Status::Success << 4;
+        QTest::newRow("after no challenge") << QByteArray(R"({"id": "c-1"})") << Status::Busy << 2;
+        QTest::newRow("after a challenge for another key")
+            << QByteArray(R"({"id": "c-1", "challenge": "AAECAwQF"})") << Status::Busy << 2;
+    }
+
+    void spent()
+    {
+        QFETCH(QByteArray, answer);
+        QFETCH(Status, status);
+        QFETCH(int, requests);
+        ChallengeResponseAuthenticator authenticator;
+        QSignalSpy finished(&authenticator, &AbstractAuthenticator::finished);
+        start(authenticator, QStringLiteral("demo"), 0, answer);
+        QTRY_COMPARE(finished.size(), 1);
+        m_fixture.service.clearFaults();
+        m_fixture.service.clearJournal();
+        authenticator.start();
+        QTRY_COMPARE(finished.size(), 2);
+        QCOMPARE(finished.at(1).at(0).value<Status>(), status);
+        // A login of another authenticator after it: what the first sent has arrived by its end.
+        ChallengeResponseAuthenticator other;
+        QSignalSpy otherFinished(&other, &AbstractAuthenticator::finished);
+        start(other, QStringLiteral("demo"), 0, QByteArray());
+        QTRY_COMPARE(otherFinished.size(), 1);
+        QCOMPARE(m_fixture.service.journal().size(), requests);
+    }
+
+    // The key is set once per key, whichever way it arrives; a file that opens no key changes nothing.
+    void key()
+    {
+        QTemporaryDir folder;
+        const PrivateKey other(1, 2048);
+        QFile file(folder.filePath(QStringLiteral("other.pem")));
+        QVERIFY(file.open(QIODevice::WriteOnly) &&
+                file.write(other.toEncryptedPEM(QStringLiteral("sesame"))) > 0);
+        file.close();
+        ChallengeResponseAuthenticator authenticator;
+        QSignalSpy keyChanged(&authenticator, &ChallengeResponseAuthenticator::privateKeyChanged);
+        authenticator.setPrivateKey(m_demoKey);
+        authenticator.setPrivateKey(PrivateKey(m_demoKey.toPEM())); // another object, the same key
+        QVERIFY(authenticator.loadPrivateKey(QUrl::fromLocalFile(QStringLiteral(DEMO_DEVICE_KEY))));
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("other.pem"));
+        QVERIFY(!authenticator.loadPrivateKey(QUrl::fromLocalFile(file.fileName()), QStringLiteral("wrong")));
+        QCOMPARE(keyChanged.size(), 1);
+        QCOMPARE(authenticator.privateKey().toPEM(), m_demoKey.toPEM());
+        QVERIFY(authenticator.loadPrivateKey(QUrl::fromLocalFile(file.fileName()), QStringLiteral("sesame")));
+        QCOMPARE(keyChanged.size(), 2);
+        QCOMPARE(authenticator.privateKey().toPEM(), other.toPEM());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestAuthenticators)
+#include "tst_authenticators.moc"
