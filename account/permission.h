@@ -16,10 +16,11 @@ class PermissionPrivate;
 ///
 /// A permission is one 32-bit value that combines operation bits with object-type bits; the values
 /// are the service's wire format and never change. Set @ref require and bind to @ref present, for
-/// example to show a control only to users who may delete accounts:
+/// example to show a control only to users who may delete accounts (two flags in a binding go in
+/// parentheses: Qt 5.15 compiles `Type.A | Type.B` on a flags property as the last name alone):
 ///
 /// @code{.qml}
-/// Permission { id: mayDelete; require: Permission.DeletePermission | Permission.AccountType }
+/// Permission { id: mayDelete; require: (Permission.DeletePermission | Permission.AccountType) }
 /// Button { visible: mayDelete.present }
 /// @endcode
 ///

@@ -42,8 +42,8 @@ ScrollView {
 
     // Every Account object shows the same, one account of the process.
     Account { id: account }
-    Permission { id: readConsumers; require: Permission.ReadPermission | Permission.ConsumerType }
-    Permission { id: deleteAccounts; require: Permission.DeletePermission | Permission.AccountType }
+    Permission { id: readConsumers; require: (Permission.ReadPermission | Permission.ConsumerType) }
+    Permission { id: deleteAccounts; require: (Permission.DeletePermission | Permission.AccountType) }
     Role { id: admin; require: ["admin"] }
     // Made once the session is known, so that the list marks this device's own login at once; a
     // list made earlier would mark it at its next poll, a minute later.

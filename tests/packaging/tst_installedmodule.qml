@@ -7,7 +7,7 @@ TestCase {
     name: "InstalledModule"
 
     Account { id: account }
-    Permission { id: readConsumers; require: Permission.ReadPermission | Permission.ConsumerType }
+    Permission { id: readConsumers; require: (Permission.ReadPermission | Permission.ConsumerType) }
 
     function test_types() {
         compare(account.status, Account.Disconnected)
