@@ -88,6 +88,7 @@ QString writeScenario(const QString &folder)
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
+    Q_INIT_RESOURCE(devservice); // the demo's files, written out for the service's process
     const int minutes = bench::option(argc, argv, "--minutes", 10);
     const int checks = bench::option(argc, argv, "--checks", 20);
     QLoggingCategory::setFilterRules(QStringLiteral("vantro.*=false"));
@@ -97,6 +98,10 @@ int main(int argc, char *argv[])
     const QString configuration = folder.filePath(QStringLiteral("account.json"));
     QProcess service;
     service.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("QT_LOGGING_RULES"),
+                       QStringLiteral("vantro.devservice.request.info=false"));
+    service.setProcessEnvironment(environment);
     // Service tokens live ten minutes: renewed every few seconds on the fast clock.
     service.start(QStringLiteral(VANTRO_DEVSERVICE_PROGRAM),
                   {QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--scenario"),
