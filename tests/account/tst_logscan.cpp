@@ -10,6 +10,8 @@
 
 #include <QProcess>
 
+#include <cstdio>
+
 using vn::account::Account;
 using vn::account::Service;
 
@@ -140,6 +142,7 @@ private Q_SLOTS:
                          qPrintable(QStringLiteral("a secret in: ") + line.section(':', 0, 0)));
             }
         }
+        std::printf("%d lines scanned for %d secrets\n", int(s_lines.size()), int(secrets.size()));
     }
 };
 
