@@ -7,7 +7,6 @@
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QUrl>
 
 namespace vn::test {
@@ -24,7 +23,6 @@ QByteArray readFile(const QString &path);
 struct Reply
 {
     int status = 0;
-    QNetworkReply::NetworkError error = QNetworkReply::NoError;
     QJsonValue json;
     bool parsed = false;
     QByteArray wwwAuthenticate;
@@ -32,8 +30,7 @@ struct Reply
     QJsonObject object() const { return json.toObject(); }
     QJsonArray array() const { return json.toArray(); }
     QString text(const char *key) const { return object().value(QLatin1String(key)).toString(); }
-    /// "503": that status with a JSON body; "200!": with a body that is not JSON; "dropped": no
-    /// answer at all.
+    /// "503": that status with a JSON body; "200!": with a body that is not JSON.
     QString outcome() const;
 };
 
