@@ -202,24 +202,20 @@ private Q_SLOTS:
         QCOMPARE(answer(client, issued, secret).status, rightAnswerAfterwards);
     }
 
-    // Signature and encoding are checked end to end by the account suites and the played services.
+    // Signature and encoding are checked end to end by the account suites and the played services,
+    // lifetimes by the program's suite.
     void tokens()
     {
-        m_service.setSettings({900, 120, DevService::DefaultChallengeLifetime});
         ServiceClient client(m_service.url());
         const QByteArray token = client.login(demo::Ada, demo::AdaPassword);
         client.setToken(token);
         const QByteArray serviceToken = client.get("tokens/" + demo::FilesService).text("token").toLatin1();
-        m_service.setSettings({});
-        for (const auto &[issued, audience, lifetime] :
-             {std::make_tuple(token, "vantro-account", 900.0),
-              std::make_tuple(serviceToken, "demo-files", 120.0)}) {
-            const QJsonObject claims = vn::devservice::TokenSigner::readClaims(issued);
+        for (const auto &[issued, audience] :
+             {std::make_pair(token, "vantro-account"), std::make_pair(serviceToken, "demo-files")}) {
             const QJsonObject expected{{"iss", QStringLiteral("http://127.0.0.1:%1").arg(m_service.port())},
                                        {"sub", demo::AdaConsumerId},
                                        {"aud", audience}};
-            QCOMPARE(subset(claims, expected), expected);
-            QCOMPARE(claims.value("exp").toDouble() - claims.value("iat").toDouble(), lifetime);
+            QCOMPARE(subset(vn::devservice::TokenSigner::readClaims(issued), expected), expected);
         }
     }
 
