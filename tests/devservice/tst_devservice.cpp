@@ -29,11 +29,12 @@ using vn::devservice::Scenario;
 namespace {
 
 const QString Admin = QStringLiteral("../../admin/faults");
+const QString DemoFolder = QStringLiteral(DEVSERVICE_SOURCE_DIR "/demo");
 
 // Two users, one identity and two resources; carol alone is entitled to the service.
 const char *const SmallScenario =
     "{'users': [{'username': 'carol', 'password': 'carol-secret'}, {'username': 'dave'}],"
-    " 'identities': [{'id': 'team', 'keyFile': 'key.pem'}], 'tokenKeyFile': 'token.pem',"
+    " 'identities': [{'id': 'team', 'keyFile': 'identity-account.pem'}], 'tokenKeyFile': 'token-signing.pem',"
     " 'resources': [{'id': 'db', 'type': 'vantro.resource.Database', 'issuer': 'root'},"
     "               {'id': 'svc', 'type': 'vantro.resource.Service', 'users': ['carol'],"
     "                'payload': {'service': 's'}}]}";
@@ -50,10 +51,6 @@ private Q_SLOTS:
         QLoggingCategory::setFilterRules(QStringLiteral("vantro.devservice*.info=false"));
         QVERIFY(m_service.listen("127.0.0.1", 0));
         m_deviceKey = PrivateKey(readFile(DEVSERVICE_SOURCE_DIR "/keys/demo-device.pem"));
-        QVERIFY(
-            QFile::copy(DEVSERVICE_SOURCE_DIR "/demo/token-signing.pem", m_directory.filePath("token.pem")));
-        QVERIFY(
-            QFile::copy(DEVSERVICE_SOURCE_DIR "/demo/identity-account.pem", m_directory.filePath("key.pem")));
     }
 
     void endpoints_data()
@@ -459,7 +456,7 @@ private Q_SLOTS:
     // The demo is itself a scenario; this one leaves out what can be left out.
     void scenarios()
     {
-        const Scenario scenario = Scenario::fromJson(jsonObject(SmallScenario), m_directory.path());
+        const Scenario scenario = Scenario::fromJson(jsonObject(SmallScenario), DemoFolder);
         // A consumer identifier left out is derived from the user name: the same on every start.
         QCOMPARE(scenario.users().at(0).consumer,
                  jsonObject("{'id': 'f3de4a43-9e7b-5008-b232-b91d0c74c789', 'name': "
@@ -482,8 +479,8 @@ private Q_SLOTS:
         QJsonObject generated = jsonObject(SmallScenario);
         generated.insert("identities", QJsonArray{jsonObject("{'id': 'team', 'bits': 2048}")});
         generated.remove(QStringLiteral("tokenKeyFile"));
-        const Scenario first = Scenario::fromJson(generated, m_directory.path());
-        const Scenario second = Scenario::fromJson(generated, m_directory.path());
+        const Scenario first = Scenario::fromJson(generated, DemoFolder);
+        const Scenario second = Scenario::fromJson(generated, DemoFolder);
         QCOMPARE(first.identities().at(0).privateKey.bits(), 2048);
         QCOMPARE(second.identities().at(0).privateKey.toPEM(), first.identities().at(0).privateKey.toPEM());
         QCOMPARE(second.tokenKey().toPEM(), first.tokenKey().toPEM());
@@ -519,7 +516,7 @@ private Q_SLOTS:
             document.insert(it.key(), it.value());
         }
         QString message;
-        QVERIFY(!Scenario::fromJson(document, m_directory.path(), &message).isValid());
+        QVERIFY(!Scenario::fromJson(document, DemoFolder, &message).isValid());
         QVERIFY2(message.startsWith(error), qPrintable(message));
     }
 
