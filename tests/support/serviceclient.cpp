@@ -17,11 +17,6 @@ QByteArray readFile(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-QString Reply::outcome() const
-{
-    return QString::number(status) + (parsed ? "" : "!");
-}
-
 ServiceClient::ServiceClient(const QUrl &serviceUrl)
 {
     QUrl base = serviceUrl;

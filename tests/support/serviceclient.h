@@ -31,7 +31,7 @@ struct Reply
     QJsonArray array() const { return json.toArray(); }
     QString text(const char *key) const { return object().value(QLatin1String(key)).toString(); }
     /// "503": that status with a JSON body; "200!": with a body that is not JSON.
-    QString outcome() const;
+    QString outcome() const { return QString::number(status) + QLatin1String(parsed ? "" : "!"); }
 };
 
 /// Talks to the development service through the platform's request classes and waits for each
