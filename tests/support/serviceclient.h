@@ -14,7 +14,6 @@ namespace vn::test {
 // The demo users by their short names too, as the command-line client's suite names them.
 using demo::Ada;
 using demo::AdaPassword;
-using demo::Bob;
 using demo::BobPassword;
 
 QByteArray readFile(const QString &path);
