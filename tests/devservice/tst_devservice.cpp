@@ -1,6 +1,5 @@
-// The development service library over real HTTP: every endpoint with its statuses, both ways to
-// log in, tokens, the identity chain and resources as a client verifies them, faults on demand,
-// the journal, scenarios, and the services it plays.
+// The development service library over real HTTP: endpoints, logins, tokens, the services it plays,
+// the fault admin path and matching rules (the fault kinds are in the account suites' fault matrix).
 
 #include "serviceclient.h"
 #include "testjson.h"
@@ -10,10 +9,8 @@
 #include <httplistener.h>
 #include <tokensigner.h>
 
-#include <VantroCrypto/jsonsignature.h>
 #include <VantroCrypto/privatekey.h>
 
-#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
 #include <QLoggingCategory>
@@ -23,9 +20,7 @@
 #include <httplib.h>
 
 using namespace vn::test;
-using vn::crypto::JsonSignature;
 using vn::crypto::PrivateKey;
-using vn::crypto::PublicKey;
 using vn::devservice::ApiResponse;
 using vn::devservice::DevService;
 using vn::devservice::Fault;
@@ -34,16 +29,12 @@ using vn::devservice::Scenario;
 namespace {
 
 const QString Admin = QStringLiteral("../../admin/faults");
-
-PublicKey publicKeyOf(const QJsonValue &record)
-{
-    return PublicKey(record.toObject().value("publicKey").toString().toLatin1());
-}
+const QString DemoFolder = QStringLiteral(DEVSERVICE_SOURCE_DIR "/demo");
 
 // Two users, one identity and two resources; carol alone is entitled to the service.
 const char *const SmallScenario =
     "{'users': [{'username': 'carol', 'password': 'carol-secret'}, {'username': 'dave'}],"
-    " 'identities': [{'id': 'team', 'keyFile': 'key.pem'}], 'tokenKeyFile': 'token.pem',"
+    " 'identities': [{'id': 'team', 'keyFile': 'identity-account.pem'}], 'tokenKeyFile': 'token-signing.pem',"
     " 'resources': [{'id': 'db', 'type': 'vantro.resource.Database', 'issuer': 'root'},"
     "               {'id': 'svc', 'type': 'vantro.resource.Service', 'users': ['carol'],"
     "                'payload': {'service': 's'}}]}";
@@ -60,10 +51,6 @@ private Q_SLOTS:
         QLoggingCategory::setFilterRules(QStringLiteral("vantro.devservice*.info=false"));
         QVERIFY(m_service.listen("127.0.0.1", 0));
         m_deviceKey = PrivateKey(readFile(DEVSERVICE_SOURCE_DIR "/keys/demo-device.pem"));
-        QVERIFY(
-            QFile::copy(DEVSERVICE_SOURCE_DIR "/demo/token-signing.pem", m_directory.filePath("token.pem")));
-        QVERIFY(
-            QFile::copy(DEVSERVICE_SOURCE_DIR "/demo/identity-account.pem", m_directory.filePath("key.pem")));
     }
 
     void endpoints_data()
@@ -92,6 +79,7 @@ private Q_SLOTS:
         row("reset unknown user", none, "POST", "password-reset", 404, {}, "{'username': 'eve'}");
         row("challenge for an unknown key", none, "POST", "authenticate", 401, {},
             "{'authType': 'challenge-response', 'phase': 'challenge', 'fingerprint': 'eHh4'}");
+        row("deep nesting", none, "POST", "authenticate", 400, {}, QByteArray(100000, '['));
         row("just below the body limit", none, "POST", "password-reset", 404, {},
             "{'username': '" + QByteArray(1024 * 1024 - 64, 'a') + "'}");
         row("just above the body limit", none, "POST", "password-reset", 413, {},
@@ -124,17 +112,15 @@ private Q_SLOTS:
 
     void credentialLogin_data()
     {
-        // Members that replace those of Ada's login, or a body of its own.
+        // Members that replace those of Ada's login.
         QTest::addColumn<QJsonObject>("members");
-        QTest::addColumn<QByteArray>("body");
         QTest::addColumn<int>("status");
         // The user the token acts for, and the session record's "authenticatedAs".
         QTest::addColumn<QString>("actingUser");
         QTest::addColumn<QString>("authenticatedAs");
         auto row = [](const char *name, const char *members, int status,
                       const QString &actingUser = QString(), const QString &authenticatedAs = QString()) {
-            QTest::newRow(name) << jsonObject(members) << QByteArray() << status << actingUser
-                                << authenticatedAs;
+            QTest::newRow(name) << jsonObject(members) << status << actingUser << authenticatedAs;
         };
         row("ada", "{'username': ' ada@example.com '}", 200, demo::Ada);
         row("ada as bob", "{'impersonate': 'bob@example.com'}", 200, demo::Bob, demo::Ada);
@@ -142,18 +128,14 @@ private Q_SLOTS:
             "{'username': 'bob@example.com', 'password': 'bob-demo-password', 'impersonate': "
             "'ada@example.com'}",
             403);
-        row("ada as nobody", "{'impersonate': 'eve@example.com'}", 403);
         row("wrong password", "{'password': 'bob-demo-password'}", 401);
         row("user name a number", "{'username': 42}", 400);
         row("persistent a string", "{'persistent': 'yes'}", 400);
-        QTest::newRow("deep nesting")
-            << QJsonObject() << QByteArray(100000, '[') << 400 << QString() << QString();
     }
 
     void credentialLogin()
     {
         QFETCH(QJsonObject, members);
-        QFETCH(QByteArray, body);
         QFETCH(int, status);
         QFETCH(QString, actingUser);
         QFETCH(QString, authenticatedAs);
@@ -164,8 +146,7 @@ private Q_SLOTS:
             login.insert(it.key(), it.value());
         }
         ServiceClient client(m_service.url());
-        const Reply reply =
-            client.send("POST", "authenticate", body.isEmpty() ? QJsonDocument(login).toJson() : body);
+        const Reply reply = client.send("POST", "authenticate", QJsonDocument(login).toJson());
         QCOMPARE(reply.status, status);
         client.setToken(reply.text("token").toLatin1());
         QCOMPARE(client.get("consumer").text("email"), actingUser);
@@ -212,30 +193,20 @@ private Q_SLOTS:
         QCOMPARE(answer(client, issued, secret).status, rightAnswerAfterwards);
     }
 
+    // Signature and encoding are checked end to end by the account suites and the played services,
+    // lifetimes by the program's suite.
     void tokens()
     {
-        m_service.setSettings({900, 120, DevService::DefaultChallengeLifetime});
         ServiceClient client(m_service.url());
         const QByteArray token = client.login(demo::Ada, demo::AdaPassword);
         client.setToken(token);
         const QByteArray serviceToken = client.get("tokens/" + demo::FilesService).text("token").toLatin1();
-        m_service.setSettings({});
-        const PublicKey tokenKey = PrivateKey(readFile(m_directory.filePath("token.pem"))).publicKey();
-        for (const auto &[issued, audience, lifetime] :
-             {std::make_tuple(token, "vantro-account", 900.0),
-              std::make_tuple(serviceToken, "demo-files", 120.0)}) {
-            // The account library decodes with the standard alphabet and needs no padding.
-            QVERIFY2(!issued.contains('-') && !issued.contains('_') && !issued.contains('='),
-                     issued.constData());
-            QCOMPARE(QByteArray::fromBase64(issued.split('.').at(0)),
-                     QByteArray(R"({"alg":"RS256","typ":"JWT"})"));
-            QVERIFY(vn::devservice::TokenSigner::verify(issued, tokenKey));
-            const QJsonObject claims = vn::devservice::TokenSigner::readClaims(issued);
+        for (const auto &[issued, audience] :
+             {std::make_pair(token, "vantro-account"), std::make_pair(serviceToken, "demo-files")}) {
             const QJsonObject expected{{"iss", QStringLiteral("http://127.0.0.1:%1").arg(m_service.port())},
                                        {"sub", demo::AdaConsumerId},
                                        {"aud", audience}};
-            QCOMPARE(subset(claims, expected), expected);
-            QCOMPARE(claims.value("exp").toDouble() - claims.value("iat").toDouble(), lifetime);
+            QCOMPARE(subset(vn::devservice::TokenSigner::readClaims(issued), expected), expected);
         }
     }
 
@@ -266,51 +237,23 @@ private Q_SLOTS:
                          200);
             }
         }
-        for (const QString endpoint : {"GET logins/current", "GET consumer", "GET account/identity",
-                                       "GET entitled", "GET tokens/e229d538-f031-47f0-8501-7318f794bdf8",
-                                       "GET logins", "DELETE logins/some-login", "DELETE logins/current"}) {
+        for (const QString &endpoint :
+             QStringList{"GET logins/current", "GET consumer", "GET account/identity", "GET entitled",
+                         "GET tokens/" + demo::FilesService, "GET logins", "DELETE logins/x",
+                         "DELETE logins/current"}) {
             const Reply reply = client.send(endpoint.section(' ', 0, 0).toLatin1(), endpoint.section(' ', 1));
-            QCOMPARE(QString(endpoint + ' ' + QString::number(reply.status) + ' ' +
-                             QString(reply.wwwAuthenticate)),
+            QCOMPARE(QString(endpoint + ' ' + QString::number(reply.status) + ' ' + reply.wwwAuthenticate),
                      QString(endpoint + " 401 Bearer"));
         }
     }
 
-    void chainAndResourcesVerifyUnderTheConfiguredRoot()
+    // Clients verify what it holds (the account suites load it); others may read it, not write it.
+    void configurationFile()
     {
-        // The configuration the service writes is what a client trusts: check it as the client does.
         const QString path = m_directory.filePath("account.json");
         QVERIFY(m_service.writeConfiguration(path));
         QCOMPARE(QFile::permissions(path) & (QFileDevice::ReadOther | QFileDevice::WriteOther),
                  QFileDevice::Permissions(QFileDevice::ReadOther));
-        const QJsonObject configuration = QJsonDocument::fromJson(readFile(path)).object();
-        QVERIFY(JsonSignature::verify(configuration, PublicKey(QStringLiteral(ACCOUNT_CONFIG_KEY))));
-        QString parent = QStringLiteral("root");
-        QHash<QString, PublicKey> keys{{parent, publicKeyOf(configuration.value("rootIdentity"))}};
-
-        ServiceClient client(m_service.url());
-        const QJsonArray chain = client.as(demo::Ada).get("account/identity").array();
-        QCOMPARE(chain.size(), 2);
-        for (const QJsonValue &record : chain) {
-            QVERIFY(JsonSignature::verify(record.toObject(),
-                                          keys.value(record.toObject().value("parent").toString())));
-            QCOMPARE(record.toObject().value("parent").toString(), parent);
-            parent = record.toObject().value("id").toString();
-            keys.insert(parent, publicKeyOf(record));
-        }
-        // Each played service on an origin of its own, named by its signed record.
-        QSet<QString> origins{m_service.url().adjusted(QUrl::RemovePath).toString()};
-        for (const QJsonValue &resource : client.get("entitled").array()) {
-            QVERIFY(JsonSignature::verify(resource.toObject(),
-                                          keys.value(resource.toObject().value("issuer").toString())));
-            const QJsonObject payload = resource.toObject().value("payload").toObject();
-            if (payload.contains("service")) {
-                const QUrl url(payload.value("url").toString());
-                QCOMPARE(url, m_service.playedServiceUrl(payload.value("service").toString()));
-                origins.insert(url.adjusted(QUrl::RemovePath).toString());
-            }
-        }
-        QCOMPARE(origins.size(), 3);
     }
 
     void playedServices_data()
@@ -326,11 +269,9 @@ private Q_SLOTS:
                                 << jsonObject(expected);
         };
         const char *otherAudience = "{'error': 'the token is not for this service'}";
-        row("files, own token", "demo-files", "demo-files", 200,
-            "{'service': 'demo-files', 'path': '/api/v1/items', 'subject': "
-            "'d99d9154-7a9c-4694-a1c7-0e2359e87f70', "
-            "'name': 'Ada Lovelace'}");
-        row("reports, own token", "demo-reports", "demo-reports", 200, "{'service': 'demo-reports'}");
+        row("own token", "demo-files", "demo-files", 200,
+            "{'service': 'demo-files', 'path': '/api/v1/items', "
+            "'subject': 'd99d9154-7a9c-4694-a1c7-0e2359e87f70', 'name': 'Ada Lovelace'}");
         row("no token", "demo-files", "", 401, "{'error': 'a bearer token is required'}");
         row("token for the other service", "demo-files", "demo-reports", 401, otherAudience);
         row("token of the account", "demo-reports", "account", 401, otherAudience);
@@ -380,11 +321,11 @@ private Q_SLOTS:
         const QString firstId = first.as(demo::Ada).get("logins/current").text("id");
         const QString secondId = second.as(demo::Ada).get("logins/current").text("id");
         const QString bobId = bob.as(demo::Bob).get("logins/current").text("id");
-        const QJsonArray logins = first.get("logins?format=all_fields").array();
-        QCOMPARE(logins.size(), 2);
-        QCOMPARE(QString(logins.at(0).toObject().value("id").toString() + ' ' +
-                         logins.at(1).toObject().value("id").toString()),
-                 QString(firstId + ' ' + secondId));
+        QStringList ids;
+        for (const QJsonValue &login : first.get("logins?format=all_fields").array()) {
+            ids.append(login.toObject().value("id").toString());
+        }
+        QCOMPARE(ids, QStringList({firstId, secondId}));
         // Another user's login is answered as if it did not exist, and lives on.
         QCOMPARE(first.send("DELETE", "logins/" + bobId).status, 404);
         QCOMPARE(bob.get("consumer").status, 200);
@@ -399,8 +340,6 @@ private Q_SLOTS:
             QTest::newRow(name) << jsonObject(fault) << outcomes << remaining;
         };
         row("status twice", "{'path': 'api/v1/consumer', 'count': 2, 'status': 503}", {"503", "503", "200"});
-        row("malformed body", "{'path': 'api/v1/consumer', 'malformedBody': true}", {"200!", "200"});
-        row("delay", "{'path': 'api/v1/consumer', 'status': 503, 'delay': 300}", {"503", "200"});
         row("second request", "{'path': 'api/v1/consumer', 'skip': 1, 'status': 503}", {"200", "503", "200"});
         row("leading slash", "{'path': '/api/v1/consumer', 'status': 502}", {"502", "200"});
         row("path prefix", "{'path': 'api/v1/*', 'status': 429}", {"429", "200"});
@@ -423,10 +362,7 @@ private Q_SLOTS:
         added.path = fault.value("path").toString();
         added.method = fault.value("method").toString().toLatin1();
         m_service.addFault(added);
-        QElapsedTimer timer;
-        timer.start();
-        QStringList seen{client.get("consumer").outcome()};
-        QVERIFY(timer.elapsed() >= added.delay);
+        QStringList seen;
         while (seen.size() < outcomes.size()) {
             seen.append(client.get("consumer").outcome());
         }
@@ -446,45 +382,25 @@ private Q_SLOTS:
         }
     }
 
-    void droppedConnection()
-    {
-        ServiceClient client(m_service.url());
-        client.as(demo::Bob);
-        m_service.clearFaults();
-        m_service.addFault(
-            Fault::fromJson({{"path", "api/v1/logins"}, {"count", 2}, {"dropConnection", true}}));
-        // Qt re-sends a request once when its connection closes before any answer, so one client
-        // request may use up both drops; the service drops exactly two requests whatever the client does.
-        QCOMPARE(client.get("logins").outcome(), QStringLiteral("dropped"));
-        const QString second = client.get("logins").outcome();
-        QCOMPARE(second == "200" ? second : client.get("logins").outcome(), QStringLiteral("200"));
-        QVERIFY(m_service.faults().isEmpty());
-    }
-
     void journal()
     {
         ServiceClient client(m_service.url());
-        const QByteArray token = client.login(demo::Ada, demo::AdaPassword);
-        client.setToken(token);
+        client.as(demo::Ada);
         ServiceClient files(m_service.playedServiceUrl("demo-files"));
         files.setToken(client.get("tokens/" + demo::FilesService).text("token").toLatin1());
         m_service.clearJournal();
         client.send("POST", "logins?format=all_fields", "{\"a\": 1}");
         files.get("items");
-
         const QList<DevService::ReceivedRequest> journal = m_service.journal();
         QCOMPARE(journal.size(), 2);
         const auto &first = journal.at(0);
-        QCOMPARE(QByteArray(first.method + ' ' + first.path + '?' + first.query + ' ' + first.body),
-                 QByteArray("POST /api/v1/logins?format=all_fields {\"a\": 1}"));
-        QCOMPARE(QByteArray(first.headers.value("authorization") + ' ' + first.headers.value("content-type")),
-                 QByteArray("Bearer " + token + " application/json"));
+        QCOMPARE(QByteArray(first.method + ' ' + first.path + '?' + first.query + ' ' + first.body + ' ' +
+                            first.headers.value("content-type")),
+                 QByteArray("POST /api/v1/logins?format=all_fields {\"a\": 1} application/json"));
         QCOMPARE(QString(first.service + '|' + journal.at(1).service), QStringLiteral("|demo-files"));
         // The oldest go first.
         m_service.setJournalLimit(1);
         QCOMPARE(m_service.journal().constFirst().service, QStringLiteral("demo-files"));
-        client.get("consumer");
-        QCOMPARE(m_service.journal().size(), 1);
         m_service.setJournalLimit(DevService::DefaultJournalLimit);
     }
 
@@ -511,33 +427,23 @@ private Q_SLOTS:
             QCOMPARE(client.send("POST", Admin, json(refused)).status, 400);
         }
         QCOMPARE(client.get("entitled").outcome(), QStringLiteral("502"));
-        QCOMPARE(client.get("consumer").outcome(), QStringLiteral("200!"));
-        QCOMPARE(client.get(Admin).array().size(), 2);
+        QCOMPARE(client.get(Admin).array().size(), 3);
         QCOMPARE(client.send("DELETE", Admin).array(), QJsonArray());
         QCOMPARE(client.get("entitled").outcome(), QStringLiteral("200"));
 
         // Only loopback peers, as the HTTP layer reports them, may use it.
         vn::devservice::FaultInjector injector;
-        const QList<QPair<std::string, int>> peers{{"127.0.0.1", 200},
-                                                   {"::1", 200},
-                                                   {"::ffff:127.0.0.1", 200},
-                                                   {"192.0.2.7", 403},
-                                                   {"::ffff:192.0.2.7", 403}};
-        for (const auto &[peer, status] : peers) {
-            QCOMPARE(QString::fromStdString(peer + ' ' +
-                                            std::to_string(injector.serveAdmin("GET", {}, peer).status)),
-                     QString::fromStdString(peer + ' ' + std::to_string(status)));
+        for (const QString &peer : QStringList{"127.0.0.1 200", "::1 200", "::ffff:127.0.0.1 200",
+                                               "192.0.2.7 403", "::ffff:192.0.2.7 403"}) {
+            const int status = injector.serveAdmin("GET", {}, peer.section(' ', 0, 0).toStdString()).status;
+            QCOMPARE(QString(peer.section(' ', 0, 0) + ' ' + QString::number(status)), peer);
         }
     }
 
-    // The demo is itself a scenario file; this one leaves out what can be left out.
+    // The demo is itself a scenario; this one leaves out what can be left out.
     void scenarios()
     {
-        const QString path = m_directory.filePath("small.json");
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(json(SmallScenario)) > 0);
-        file.close();
-        const Scenario scenario = Scenario::fromFile(path);
+        const Scenario scenario = Scenario::fromJson(jsonObject(SmallScenario), DemoFolder);
         // A consumer identifier left out is derived from the user name: the same on every start.
         QCOMPARE(scenario.users().at(0).consumer,
                  jsonObject("{'id': 'f3de4a43-9e7b-5008-b232-b91d0c74c789', 'name': "
@@ -555,15 +461,13 @@ private Q_SLOTS:
         QVERIFY(service.playedServiceUrl("demo-files").isEmpty() && !service.playedServiceUrl("s").isEmpty());
         client.setToken(client.login("carol", "carol-secret"));
         QCOMPARE(client.get("tokens/svc").status, 200);
-        QCOMPARE(client.get("account/identity").array().at(0).toObject().value("parent").toString(),
-                 QStringLiteral("root"));
 
-        // Keys that are not named are generated once per process.
+        // Keys that are not named are generated once per process, each of its own.
         QJsonObject generated = jsonObject(SmallScenario);
         generated.insert("identities", QJsonArray{jsonObject("{'id': 'team', 'bits': 2048}")});
         generated.remove(QStringLiteral("tokenKeyFile"));
-        const Scenario first = Scenario::fromJson(generated, m_directory.path());
-        const Scenario second = Scenario::fromJson(generated, m_directory.path());
+        const Scenario first = Scenario::fromJson(generated, DemoFolder);
+        const Scenario second = Scenario::fromJson(generated, DemoFolder);
         QCOMPARE(first.identities().at(0).privateKey.bits(), 2048);
         QCOMPARE(second.identities().at(0).privateKey.toPEM(), first.identities().at(0).privateKey.toPEM());
         QCOMPARE(second.tokenKey().toPEM(), first.tokenKey().toPEM());
@@ -573,10 +477,10 @@ private Q_SLOTS:
     void brokenScenarios_data()
     {
         // Members that replace those of the small scenario, and the start of the error message.
-        QTest::addColumn<QByteArray>("members");
+        QTest::addColumn<QJsonObject>("members");
         QTest::addColumn<QString>("error");
         auto row = [](const char *name, const char *members, const char *error) {
-            QTest::newRow(name) << json(members) << QString(error);
+            QTest::newRow(name) << jsonObject(members) << QString(error);
         };
         row("user twice", "{'users': [{'username': 'x'}, {'username': 'x'}]}", "users[1].username:");
         row("resource issuer unknown", "{'resources': [{'id': 'r', 'type': 't', 'issuer': 'x'}]}",
@@ -590,16 +494,15 @@ private Q_SLOTS:
 
     void brokenScenarios()
     {
-        QFETCH(QByteArray, members);
+        QFETCH(QJsonObject, members);
         QFETCH(QString, error);
 
         QJsonObject document = jsonObject(SmallScenario);
-        const QJsonObject replaced = QJsonDocument::fromJson(members).object();
-        for (auto it = replaced.begin(); it != replaced.end(); ++it) {
+        for (auto it = members.begin(); it != members.end(); ++it) {
             document.insert(it.key(), it.value());
         }
         QString message;
-        QVERIFY(!Scenario::fromJson(document, m_directory.path(), &message).isValid());
+        QVERIFY(!Scenario::fromJson(document, DemoFolder, &message).isValid());
         QVERIFY2(message.startsWith(error), qPrintable(message));
     }
 

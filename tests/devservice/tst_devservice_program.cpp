@@ -1,5 +1,4 @@
-// The vantro-account-devservice program: its options, the line it prints, the configuration it
-// writes, its request log and its exit codes.
+// The vantro-account-devservice program: options, what it prints and writes, request log, exit codes.
 
 #include "serviceclient.h"
 
@@ -45,8 +44,7 @@ void TestDevServiceProgram::servesAndStops()
     ServiceClient client(url);
     const QByteArray token = client.login(Ada, AdaPassword);
     client.setToken(token);
-    const QByteArray serviceToken =
-        client.get("tokens/e229d538-f031-47f0-8501-7318f794bdf8").text("token").toLatin1();
+    const QByteArray serviceToken = client.get("tokens/" + demo::FilesService).text("token").toLatin1();
     for (const auto &[issued, lifetime] : {std::make_pair(token, 120), std::make_pair(serviceToken, 60)}) {
         const QJsonObject claims = vn::devservice::TokenSigner::readClaims(issued);
         QCOMPARE(claims.value("exp").toDouble() - claims.value("iat").toDouble(), double(lifetime));

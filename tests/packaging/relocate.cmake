@@ -1,8 +1,6 @@
 # cmake -DBUILD_DIR=... -DWORK=... -DQML_DIR=lib/qml [-DQMLTESTRUNNER=... -DTEST_QML=...] -P relocate.cmake
-#
-# Installs the package, moves the prefix somewhere else, and runs what it installed from there with
-# no LD_LIBRARY_PATH: the programs, and (given a qmltestrunner) the QML module through a QML test.
-# Whatever still looked for its libraries where they were installed fails here.
+# Installs, moves the prefix, and runs the programs and (given a qmltestrunner) the QML module from
+# there without LD_LIBRARY_PATH: whatever still looks for its libraries where they were installed fails.
 function(run expected_output)
     execute_process(COMMAND ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH QT_QPA_PLATFORM=offscreen
                             VANTRO_PROFILE_LOCATION=${WORK}/profiles ${ARGN}

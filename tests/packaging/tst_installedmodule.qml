@@ -7,10 +7,8 @@ TestCase {
     name: "InstalledModule"
 
     Account { id: account }
-    Permission { id: readConsumers; require: (Permission.ReadPermission | Permission.ConsumerType) }
 
     function test_types() {
         compare(account.status, Account.Disconnected)
-        compare(readConsumers.present, false)
     }
 }

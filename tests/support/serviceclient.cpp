@@ -17,20 +17,10 @@ QByteArray readFile(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-QString Reply::outcome() const
-{
-    if (status == 0) {
-        return error != QNetworkReply::NoError ? QStringLiteral("dropped") : QStringLiteral("nothing");
-    }
-    return QString::number(status) + (parsed ? "" : "!");
-}
-
 ServiceClient::ServiceClient(const QUrl &serviceUrl)
 {
     QUrl base = serviceUrl;
-    if (!base.path().endsWith(QLatin1Char('/'))) {
-        base.setPath(base.path() + QLatin1Char('/'));
-    }
+    base.setPath(base.path() + (base.path().endsWith(QLatin1Char('/')) ? "" : "/"));
     m_api = base.resolved(QUrl(QStringLiteral("api/v1/")));
 }
 
@@ -47,16 +37,10 @@ Reply ServiceClient::send(const QByteArray &method, const QString &path, const Q
         prepared.setRawHeader("Authorization", m_authorization);
     }
     // Requests without a parent delete themselves once finished() has been delivered.
-    Request *request = nullptr;
-    if (method == "GET") {
-        request = new GetRequest(prepared, &m_network);
-    } else if (method == "DELETE") {
-        request = new DeleteRequest(prepared, &m_network);
-    } else if (method == "PUT") {
-        request = new PutRequest(prepared, &m_network, body);
-    } else {
-        request = new PostRequest(prepared, &m_network, body);
-    }
+    Request *request = method == "GET"      ? new GetRequest(prepared, &m_network)
+                       : method == "DELETE" ? new DeleteRequest(prepared, &m_network)
+                       : method == "PUT" ? static_cast<Request *>(new PutRequest(prepared, &m_network, body))
+                                         : new PostRequest(prepared, &m_network, body);
     request->setSuppressErrors(true);
     // Far above what any exchange with the service takes, far below the test's own time-out.
     request->setTimeout(20000);
@@ -64,7 +48,6 @@ Reply ServiceClient::send(const QByteArray &method, const QString &path, const Q
     QEventLoop loop;
     QObject::connect(request, &Request::finished, &loop, [&] {
         reply.status = request->responseCode();
-        reply.error = request->error();
         reply.wwwAuthenticate = request->responseHeader("WWW-Authenticate");
         QJsonParseError error;
         reply.json = request->response(&error);
@@ -82,9 +65,8 @@ Reply ServiceClient::post(const QString &path, const QJsonObject &body)
 
 QByteArray ServiceClient::login(const QString &username, const QString &password)
 {
-    return post(QStringLiteral("authenticate"), {{QStringLiteral("authType"), QStringLiteral("credentials")},
-                                                 {QStringLiteral("username"), username},
-                                                 {QStringLiteral("password"), password}})
+    return post(QStringLiteral("authenticate"),
+                {{"authType", "credentials"}, {"username", username}, {"password", password}})
         .text("token")
         .toLatin1();
 }

@@ -7,7 +7,6 @@
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QUrl>
 
 namespace vn::test {
@@ -15,7 +14,6 @@ namespace vn::test {
 // The demo users by their short names too, as the command-line client's suite names them.
 using demo::Ada;
 using demo::AdaPassword;
-using demo::Bob;
 using demo::BobPassword;
 
 QByteArray readFile(const QString &path);
@@ -24,7 +22,6 @@ QByteArray readFile(const QString &path);
 struct Reply
 {
     int status = 0;
-    QNetworkReply::NetworkError error = QNetworkReply::NoError;
     QJsonValue json;
     bool parsed = false;
     QByteArray wwwAuthenticate;
@@ -32,9 +29,8 @@ struct Reply
     QJsonObject object() const { return json.toObject(); }
     QJsonArray array() const { return json.toArray(); }
     QString text(const char *key) const { return object().value(QLatin1String(key)).toString(); }
-    /// "503": that status with a JSON body; "200!": with a body that is not JSON; "dropped": no
-    /// answer at all.
-    QString outcome() const;
+    /// "503": that status with a JSON body; "200!": with a body that is not JSON.
+    QString outcome() const { return QString::number(status) + QLatin1String(parsed ? "" : "!"); }
 };
 
 /// Talks to the development service through the platform's request classes and waits for each

@@ -63,26 +63,6 @@ TestHttpServer::~TestHttpServer()
     }
 }
 
-bool TestHttpServer::isListening() const
-{
-    return m_port > 0;
-}
-
-int TestHttpServer::port() const
-{
-    return m_port;
-}
-
-QString TestHttpServer::host() const
-{
-    return m_host;
-}
-
-bool TestHttpServer::isTls() const
-{
-    return m_tls;
-}
-
 QUrl TestHttpServer::url(const QString &path) const
 {
     QUrl url;
@@ -91,31 +71,6 @@ QUrl TestHttpServer::url(const QString &path) const
     url.setPort(m_port);
     url.setPath(path);
     return url;
-}
-
-httplib::Server &TestHttpServer::server()
-{
-    return *m_server;
-}
-
-QList<TestHttpServer::ReceivedRequest> TestHttpServer::requests() const
-{
-    return m_journal.requests();
-}
-
-TestHttpServer::ReceivedRequest TestHttpServer::lastRequest() const
-{
-    return m_journal.last();
-}
-
-int TestHttpServer::requestCount() const
-{
-    return m_journal.size();
-}
-
-void TestHttpServer::clearRequests()
-{
-    m_journal.clear();
 }
 
 } // namespace vn::test

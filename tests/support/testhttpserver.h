@@ -35,20 +35,20 @@ public:
     static QString testCertificateFile();
     static QString testPrivateKeyFile();
 
-    bool isListening() const;
-    int port() const;
-    QString host() const;
-    bool isTls() const;
+    bool isListening() const { return m_port > 0; }
+    int port() const { return m_port; }
+    QString host() const { return m_host; }
+    bool isTls() const { return m_tls; }
     /// http://host:port + @p path (https for a TLS server)
     QUrl url(const QString &path = QStringLiteral("/")) const;
 
     /// The server, for registering handlers with Get/Post/...; register before sending requests.
-    httplib::Server &server();
+    httplib::Server &server() { return *m_server; }
 
-    QList<ReceivedRequest> requests() const;
-    ReceivedRequest lastRequest() const;
-    int requestCount() const;
-    void clearRequests();
+    QList<ReceivedRequest> requests() const { return m_journal.requests(); }
+    ReceivedRequest lastRequest() const { return m_journal.last(); }
+    int requestCount() const { return m_journal.size(); }
+    void clearRequests() { m_journal.clear(); }
 
 private:
     void listen();

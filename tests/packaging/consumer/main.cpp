@@ -26,25 +26,16 @@ static_assert(VANTROACCOUNT_VERSION >= VANTROACCOUNT_MAKE_VERSION(0, 1, 0), "the
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
-    const QByteArray canonical =
-        vn::crypto::JsonCanonical::serialize(QJsonObject{{QStringLiteral("b"), 1}, {QStringLiteral("a"), 2}});
-    if (canonical != "{\"a\":2,\"b\":1}") {
-        std::fprintf(stderr, "unexpected canonical form: %s\n", canonical.constData());
-        return 1;
-    }
-    if (vn::util::FileUtils::syncFile(QString())) {
-        return 1;
-    }
-    if (!vn::network::AuthorizationRegistry::instance() ||
-        !vn::network::NetworkAccessManager::sharedInstance()) {
-        return 1;
-    }
     // The account restores itself from the profile below VANTRO_PROFILE_LOCATION: never signed in
     // there, it is disconnected, with a client identity of its own that the profile keeps.
     vn::account::Account account;
-    if (account.status() != vn::account::Account::Disconnected || account.clientId().size() != 32 ||
+    if (vn::crypto::JsonCanonical::serialize(
+            QJsonObject{{QStringLiteral("b"), 1}, {QStringLiteral("a"), 2}}) != "{\"a\":2,\"b\":1}" ||
+        vn::util::FileUtils::syncFile(QString()) || !vn::network::AuthorizationRegistry::instance() ||
+        !vn::network::NetworkAccessManager::sharedInstance() ||
+        account.status() != vn::account::Account::Disconnected || account.clientId().size() != 32 ||
         vn::account::Account::profile().readString(QStringLiteral("clientId")) != account.clientId()) {
-        std::fprintf(stderr, "unexpected account state: status %d\n", int(account.status()));
+        std::fprintf(stderr, "unexpected state: account status %d\n", int(account.status()));
         return 1;
     }
     if (argc > 1) {
