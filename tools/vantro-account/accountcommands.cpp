@@ -211,44 +211,50 @@ int AccountCommands::status(const QStringList &)
     return checkFailed(account, check, responseCode);
 }
 
-int AccountCommands::resources(const QStringList &)
+bool AccountCommands::openOnline(Account &account, int *exitCode, bool withData)
 {
-    Account account(nullptr);
     int responseCode = 0;
     const Check check = checkLogin(account, &responseCode);
     if (check != Check::Online) {
-        return checkFailed(account, check, responseCode);
+        *exitCode = checkFailed(account, check, responseCode);
+        return false;
     }
-    waitForAccountData(account);
-    const QJsonArray list = AccountReport::resources(account);
-    print(list, AccountReport::resourcesText(list));
+    if (withData) {
+        waitForAccountData(account);
+    }
+    return true;
+}
+
+int AccountCommands::printList(QJsonArray (*report)(Account &), QString (*text)(const QJsonArray &))
+{
+    Account account(nullptr);
+    int exitCode = Success;
+    if (!openOnline(account, &exitCode)) {
+        return exitCode;
+    }
+    const QJsonArray list = report(account);
+    print(list, text(list));
     return Success;
+}
+
+int AccountCommands::resources(const QStringList &)
+{
+    return printList(AccountReport::resources, AccountReport::resourcesText);
 }
 
 int AccountCommands::services(const QStringList &)
 {
-    Account account(nullptr);
-    int responseCode = 0;
-    const Check check = checkLogin(account, &responseCode);
-    if (check != Check::Online) {
-        return checkFailed(account, check, responseCode);
-    }
-    waitForAccountData(account);
-    const QJsonArray list = AccountReport::services(account);
-    print(list, AccountReport::servicesText(list));
-    return Success;
+    return printList(AccountReport::services, AccountReport::servicesText);
 }
 
 int AccountCommands::getFromService(const QStringList &arguments)
 {
     const QString &name = arguments.at(0);
     Account account(nullptr);
-    int responseCode = 0;
-    const Check check = checkLogin(account, &responseCode);
-    if (check != Check::Online) {
-        return checkFailed(account, check, responseCode);
+    int exitCode = Success;
+    if (!openOnline(account, &exitCode)) {
+        return exitCode;
     }
-    waitForAccountData(account);
     vn::account::Service *service = nullptr;
     for (vn::account::Resource *resource : account.findResources(QStringLiteral("vantro.resource.Service"))) {
         auto *candidate = qobject_cast<vn::account::Service *>(resource);
@@ -297,12 +303,10 @@ int AccountCommands::getFromService(const QStringList &arguments)
 int AccountCommands::logins(const QStringList &)
 {
     Account account(nullptr);
-    int responseCode = 0;
-    const Check check = checkLogin(account, &responseCode);
-    if (check != Check::Online) {
-        return checkFailed(account, check, responseCode);
+    int exitCode = Success;
+    if (!openOnline(account, &exitCode, false)) {
+        return exitCode;
     }
-
     const Reply reply = runRequest(account.getRequest(QUrl(QStringLiteral("logins?format=all_fields"))),
                                    QStringLiteral("Listing the logins at %1").arg(serviceName(account)));
     if (reply.responseCode != 200) {
@@ -323,10 +327,9 @@ int AccountCommands::endLogin(const QStringList &arguments)
             QStringLiteral("\"%1\" is not a login id; list them with 'vantro-account logins'.").arg(loginId));
     }
     Account account(nullptr);
-    int responseCode = 0;
-    const Check check = checkLogin(account, &responseCode);
-    if (check != Check::Online) {
-        return checkFailed(account, check, responseCode);
+    int exitCode = Success;
+    if (!openOnline(account, &exitCode, false)) {
+        return exitCode;
     }
     const vn::account::Session *session = account.session();
     if (session && session->identifier() == loginId) {

@@ -7,6 +7,7 @@
 
 #include <QByteArray>
 #include <QDeadlineTimer>
+#include <QJsonArray>
 #include <QJsonValue>
 #include <QString>
 #include <QStringList>
@@ -82,6 +83,11 @@ private:
     /// it has finished.
     Reply runRequest(vn::Request *request, const QString &activity);
 
+    /// Checks the restored login and, with @p withData, waits for the account's data: true when it
+    /// is online, else false with the exit code of the failed check in @p exitCode.
+    bool openOnline(vn::account::Account &account, int *exitCode, bool withData = true);
+    /// Prints one of the account's lists (resources, services) once it is online.
+    int printList(QJsonArray (*report)(vn::account::Account &), QString (*text)(const QJsonArray &));
     /// The message and exit code of a check that did not end online.
     int checkFailed(vn::account::Account &account, Check check, int responseCode);
     /// Prints @p report as JSON with --json, else @p text.
