@@ -39,6 +39,25 @@ KeyData *readPublicPem(const QByteArray &pem)
     return new KeyData(key.release());
 }
 
+// A context ready to check one signature with @p data's key.
+EVP_MD_CTX *newVerifyContext(const KeyData &data)
+{
+    const std::lock_guard<std::mutex> lock(data.verifyContextMutex);
+    if (!data.verifyContext) {
+        OpenSslPointer<EVP_MD_CTX> context(EVP_MD_CTX_new());
+        if (!context || EVP_DigestVerifyInit_ex(context.get(), nullptr, "SHA256", nullptr, nullptr, data.key,
+                                                pssParameters()) != 1) {
+            return nullptr;
+        }
+        data.verifyContext = std::move(context);
+    }
+    OpenSslPointer<EVP_MD_CTX> copy(EVP_MD_CTX_new());
+    if (!copy || EVP_MD_CTX_copy_ex(copy.get(), data.verifyContext.get()) != 1) {
+        return nullptr;
+    }
+    return copy.release();
+}
+
 KeyData *readPublicPemFile(const QString &path)
 {
     QFile file(path);
@@ -117,9 +136,8 @@ bool PublicKey::verify(const QByteArray &data, const QByteArray &signature) cons
         OpenSslErrorScope::recordFailure(d, QStringLiteral("Cannot verify without a key"));
         return false;
     }
-    OpenSslPointer<EVP_MD_CTX> context(EVP_MD_CTX_new());
-    if (!context || EVP_DigestVerifyInit_ex(context.get(), nullptr, "SHA256", nullptr, nullptr, key,
-                                            pssParameters()) != 1) {
+    OpenSslPointer<EVP_MD_CTX> context(newVerifyContext(*d.constData()));
+    if (!context) {
         OpenSslErrorScope::recordFailure(d, QStringLiteral("Cannot set up the signature check"));
         return false;
     }
