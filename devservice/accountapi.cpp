@@ -1,3 +1,7 @@
+// Every endpoint of the account service's API: the route table, the body checks and one handler per
+// route. About 400 lines, kept in one file so that a reader finds each route beside its handler; the
+// logins, the scenario's signing and the played services live in units of their own.
+
 #include "accountapi.h"
 
 #include "logging_p.h"
