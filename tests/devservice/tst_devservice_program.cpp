@@ -92,12 +92,9 @@ void TestDevServiceProgram::refusesBadOptions()
     QFETCH(QStringList, arguments);
     QFETCH(int, exitCode);
 
-    QProcess program;
-    program.start(DEVSERVICE_PROGRAM, arguments);
-    QVERIFY(program.waitForFinished(20000));
-    QCOMPARE(program.exitCode(), exitCode);
-    QVERIFY(program.readAllStandardOutput().isEmpty());
-    QVERIFY(program.readAllStandardError().contains("vantro-account-devservice: "));
+    const ProcessResult result = runProcess(DEVSERVICE_PROGRAM, arguments);
+    QCOMPARE(result.exitCode, exitCode);
+    QVERIFY(result.out.isEmpty() && result.err.contains("vantro-account-devservice: "));
 }
 
 QTEST_GUILESS_MAIN(TestDevServiceProgram)
