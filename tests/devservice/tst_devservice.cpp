@@ -166,15 +166,28 @@ private Q_SLOTS:
         QFETCH(int, rightAnswerAfterwards);
 
         ServiceClient client(m_service.url());
-        const auto [issued, secret] = challenge(client);
+        const Reply issued =
+            client.post("authenticate", {{"authType", "challenge-response"},
+                                         {"phase", "challenge"},
+                                         {"fingerprint", QString(m_deviceKey.fingerPrint().toBase64())}});
+        const QJsonValue issuedId = issued.object().value("id");
+        const QByteArray secret =
+            PrivateKey(m_deviceKey).decrypt(QByteArray::fromBase64(issued.text("challenge").toLatin1()));
+        // An undefined id sends none.
+        const auto answer = [&client](const QJsonValue &challengeId, const QByteArray &given) {
+            return client.post("authenticate", {{"authType", "challenge-response"},
+                                                {"phase", "response"},
+                                                {"challenge", QString(given.toBase64())},
+                                                {"challengeId", challengeId}});
+        };
         QByteArray given = secret;
         given[0] = char(given.at(0) ^ (wrongAnswer ? 1 : 0));
-        const Reply reply = answer(client, id.isNull() ? issued : id, given);
+        const Reply reply = answer(id.isNull() ? issuedId : id, given);
         QCOMPARE(reply.status, status);
         client.setToken(reply.text("token").toLatin1());
         QCOMPARE(client.get("logins/current").text("authenticatedAs"),
                  QString(status == 200 ? "demo-device" : ""));
-        QCOMPARE(answer(client, issued, secret).status, rightAnswerAfterwards);
+        QCOMPARE(answer(issuedId, secret).status, rightAnswerAfterwards);
     }
 
     void refusedWithoutLiveLogin_data()
@@ -463,29 +476,6 @@ private Q_SLOTS:
     }
 
 private:
-    // A challenge for the demo device: its id, and its secret as the device key opens it.
-    QPair<QJsonValue, QByteArray> challenge(ServiceClient &client)
-    {
-        const Reply issued =
-            client.post("authenticate", {{"authType", "challenge-response"},
-                                         {"phase", "challenge"},
-                                         {"fingerprint", QString(m_deviceKey.fingerPrint().toBase64())}});
-        return {issued.object().value("id"),
-                PrivateKey(m_deviceKey).decrypt(QByteArray::fromBase64(issued.text("challenge").toLatin1()))};
-    }
-
-    // An undefined @p id sends none.
-    Reply answer(ServiceClient &client, const QJsonValue &id, const QByteArray &secret)
-    {
-        QJsonObject body{{"authType", "challenge-response"},
-                         {"phase", "response"},
-                         {"challenge", QString(secret.toBase64())}};
-        if (!id.isUndefined()) {
-            body.insert("challengeId", id);
-        }
-        return client.post("authenticate", body);
-    }
-
     DevService m_service;
     PrivateKey m_deviceKey;
 };
