@@ -79,7 +79,6 @@ private Q_SLOTS:
         row("just above the body limit", none, "POST", "password-reset", 413, {},
             QByteArray(1024 * 1024 + 1, ' '));
         row("GET authenticate", none, "GET", "authenticate", 405);
-        row("POST consumer", demo::Ada, "POST", "consumer", 405, {}, "{}");
         row("unknown path", demo::Ada, "GET", "nothing/here", 404);
         row("outside the API", demo::Ada, "GET", "../../favicon.ico", 404);
         row("path with escapes", demo::Ada, "GET", "consumer%00%2F..", 404);

@@ -163,8 +163,6 @@ void TestVantroAccount::commands_data()
     row("login, empty user name", "", "login >> --password-stdin", 2, "^$", "^The user name is empty", false);
 
     // Device keys: the demo's, the same encrypted, and one the service does not know.
-    row("login, device key", "", "login --key " DEMO_DEVICE_KEY, 0,
-        "^Signed in to http://\\S+ as Ada Lovelace", "", true);
     row("login, encrypted device key", "", "login --key @/encrypted.pem --passphrase-stdin", 0,
         "as Ada Lovelace", "", true, "kiosk passphrase\n");
     row("login, wrong passphrase", "", "login --key @/encrypted.pem --passphrase-stdin", 1, "^$",
@@ -224,8 +222,6 @@ void TestVantroAccount::commands_data()
     row("status, service refuses", "ada logins/current 404", "status", 1, "Status: +Connected, offline\n",
         "answered the login check with HTTP 404; check that", true);
     row("status, login revoked", "ada revoke", "status", 3, "Status: +Disconnected\n", ended, false);
-    row("logins, service fails", "ada logins 500", "logins", 1, "^$",
-        "failed with HTTP 500 on the login list", true);
     row("logout, service down", "ada down", "logout", 1, "^$",
         "^Signed out here, but .* could not be reached, so the login stays valid", false);
 
