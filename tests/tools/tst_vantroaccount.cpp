@@ -114,10 +114,8 @@ void TestVantroAccount::cleanup()
     // of its PEM text) or a credential; nor any compact token, whose header always encodes as "eyJ".
     QStringList secrets =
         ResourceSecrets + QStringList{AdaPassword, BobPassword, WrongPassword, "eyJhbGciOiJ"};
-    secrets.append(QString::fromLatin1(readFile(m_profile + "/clientKey").split('\n').value(3)));
-    for (const QByteArray &token : {m_token, readFile(m_profile + "/accessToken")}) {
-        secrets.append(QString::fromLatin1(token));
-    }
+    secrets << QString::fromLatin1(readFile(m_profile + "/clientKey").split('\n').value(3))
+            << QString::fromLatin1(m_token) << QString::fromLatin1(readFile(m_profile + "/accessToken"));
     for (const QString &secret : qAsConst(secrets)) {
         QVERIFY2(secret.isEmpty() || !m_printed.contains(secret), "a secret was printed");
     }
