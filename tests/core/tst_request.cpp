@@ -1,5 +1,6 @@
 // Requests over real HTTP: what each verb sends, redirects hop by hop, failures, limits and abort.
 #include "testhttpserver.h"
+#include "testlog.h"
 
 #include <Vantro/deleterequest.h>
 #include <Vantro/getrequest.h>
@@ -27,15 +28,10 @@ Q_DECLARE_METATYPE(Make)
 
 namespace {
 
-QStringList g_logged; // what "vantro.request" logged in the current test
-QtMessageHandler g_previous = nullptr;
-
-void collect(QtMsgType type, const QMessageLogContext &context, const QString &message)
+/// What "vantro.request" logged in the current test.
+QStringList logged()
 {
-    if (qstrcmp(context.category, "vantro.request") == 0) {
-        g_logged.append(message);
-    }
-    g_previous(type, context, message); // QTest::ignoreMessage sees it there
+    return vn::test::loggedMessages().filter(QRegularExpression("^vantro\\.request: "));
 }
 
 /// A factory for the request class @p Verb with the body @p body, for a table column.
@@ -60,7 +56,7 @@ private Q_SLOTS:
         m_server.clearRequests();
         m_other.clearRequests();
         m_entered = false;
-        g_logged.clear();
+        vn::test::loggedMessages().clear();
     }
     void cleanup() { ++m_generation; }
 
@@ -187,7 +183,7 @@ private Q_SLOTS:
         networkRequest.setSslConfiguration(m_tls);
         for (const bool suppressed : {false, true}) {
             m_server.clearRequests();
-            g_logged.clear();
+            vn::test::loggedMessages().clear();
             const bool warns = code != 200 && !suppressed;
             if (warns) {
                 QTest::ignoreMessage(QtWarningMsg, warning);
@@ -206,8 +202,8 @@ private Q_SLOTS:
             QCOMPARE(request->rawResponse().isEmpty(), code == 0);
             QCOMPARE(m_server.requestCount(), hits);
             QCOMPARE(m_other.requestCount(), 0);
-            QCOMPARE(g_logged.size(), warns ? 1 : 0);
-            QVERIFY(!g_logged.join(QLatin1Char('\n')).contains(QLatin1String("secret")));
+            QCOMPARE(logged().size(), warns ? 1 : 0);
+            QVERIFY(!logged().join(QLatin1Char('\n')).contains(QLatin1String("secret")));
         }
     }
 
@@ -235,7 +231,7 @@ private Q_SLOTS:
         QCOMPARE(request->error(), QNetworkReply::OperationCanceledError);
         QTRY_COMPARE(request.isNull(), !parented);
         QCOMPARE(m_entered.load(), running); // a queued request never goes out
-        QVERIFY(g_logged.isEmpty());         // asked for: no warning
+        QVERIFY(logged().isEmpty());         // asked for: no warning
     }
 
 private:
@@ -253,7 +249,7 @@ private:
 void TestRequest::initTestCase()
 {
     QVERIFY(m_server.isListening() && m_other.isListening() && m_secure.isListening());
-    g_previous = qInstallMessageHandler(collect);
+    vn::test::collectLogMessages();
     m_tls.setCaCertificates(QSslCertificate::fromPath(TestHttpServer::testCertificateFile()));
     const auto echo = [](const httplib::Request &request, httplib::Response &response) {
         response.status = request.has_param("status") ? std::stoi(request.get_param_value("status")) : 200;

@@ -1,5 +1,7 @@
 #include <VantroCrypto/jsoncanonical.h>
 
+#include "testio.h"
+
 #include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -9,17 +11,11 @@
 #include <cstring>
 
 using vn::crypto::JsonCanonical;
+using vn::test::readFile;
 
 class TestJsonCanonical : public QObject
 {
     Q_OBJECT
-
-    static QByteArray readFile(const QString &path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-
 private Q_SLOTS:
     // The conformance set: every input document against its expected bytes, and every line of
     // numbers.txt as a number against ECMAScript's text for it. Empty: the value has no canonical form.

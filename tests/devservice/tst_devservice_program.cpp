@@ -1,6 +1,7 @@
 // The vantro-account-devservice program: options, what it prints and writes, request log, exit codes.
 
 #include "serviceclient.h"
+#include "testjson.h"
 
 #include <tokensigner.h>
 
@@ -40,13 +41,20 @@ void TestDevServiceProgram::servesAndStops()
     const QUrl url(match.captured(1));
     const QJsonObject configuration = QJsonDocument::fromJson(readFile(configurationPath)).object();
     QCOMPARE(configuration.value("serviceUrl").toString(), url.toString());
+    // Clients verify what it holds; others may read it, not write it.
+    QCOMPARE(QFile::permissions(configurationPath) & (QFileDevice::ReadOther | QFileDevice::WriteOther),
+             QFileDevice::Permissions(QFileDevice::ReadOther));
 
     ServiceClient client(url);
     const QByteArray token = client.login(Ada, AdaPassword);
     client.setToken(token);
     const QByteArray serviceToken = client.get("tokens/" + demo::FilesService).text("token").toLatin1();
-    for (const auto &[issued, lifetime] : {std::make_pair(token, 120), std::make_pair(serviceToken, 60)}) {
+    // Signature and encoding are checked end to end by the account suites and the played services.
+    for (const auto &[issued, audience, lifetime] :
+         {std::tuple(token, "vantro-account", 120), std::tuple(serviceToken, "demo-files", 60)}) {
         const QJsonObject claims = vn::devservice::TokenSigner::readClaims(issued);
+        const QJsonObject expected{{"iss", url.toString()}, {"sub", demo::AdaConsumerId}, {"aud", audience}};
+        QCOMPARE(subset(claims, expected), expected);
         QCOMPARE(claims.value("exp").toDouble() - claims.value("iat").toDouble(), double(lifetime));
     }
     QCOMPARE(client.get("../../admin/faults").status, 200);
@@ -92,12 +100,9 @@ void TestDevServiceProgram::refusesBadOptions()
     QFETCH(QStringList, arguments);
     QFETCH(int, exitCode);
 
-    QProcess program;
-    program.start(DEVSERVICE_PROGRAM, arguments);
-    QVERIFY(program.waitForFinished(20000));
-    QCOMPARE(program.exitCode(), exitCode);
-    QVERIFY(program.readAllStandardOutput().isEmpty());
-    QVERIFY(program.readAllStandardError().contains("vantro-account-devservice: "));
+    const ProcessResult result = runProcess(DEVSERVICE_PROGRAM, arguments);
+    QCOMPARE(result.exitCode, exitCode);
+    QVERIFY(result.out.isEmpty() && result.err.contains("vantro-account-devservice: "));
 }
 
 QTEST_GUILESS_MAIN(TestDevServiceProgram)

@@ -29,7 +29,6 @@ private Q_SLOTS:
         row("parent domain", "api.example.com", "https://example.com/", "");
         row("name followed by another domain", "example.com", "https://example.com.attacker.test/", "");
         row("http to a remote host", "example.com", "http://example.com/", "");
-        row("http to a private address", "10.0.0.1", "http://10.0.0.1/", "");
         row("account origin", "127.0.0.1:8421", "http://127.0.0.1:8421/api", "older", "", "127.0.0.1:8421");
         row("account origin, next port", "127.0.0.1:8421", "http://127.0.0.1:8422/api", "");
         row("http to 127.255.255.254", "127.255.255.254", "http://127.255.255.254/", "older");

@@ -8,6 +8,7 @@
 
 #include "oauth1signature_p.h"
 #include "testhttpserver.h"
+#include "testlog.h"
 
 #include <QNetworkReply>
 #include <QProcess>
@@ -28,17 +29,6 @@ const QString ConsumerKey = QStringLiteral("consumer key");
 const QString ConsumerSecret = QStringLiteral("c0nsumer&secret+/=");
 const QString Token = QStringLiteral("t0ken");
 const QString TokenSecret = QStringLiteral("t0ken secret%ü");
-
-QStringList g_logged; // every message, debug included
-QtMessageHandler g_previous = nullptr;
-
-void collect(QtMsgType type, const QMessageLogContext &context, const QString &message)
-{
-    g_logged.append(message);
-    if (type != QtDebugMsg) {
-        g_previous(type, context, message); // QTest::ignoreMessage sees it there
-    }
-}
 
 AuthorizationHandle registered(Authorization *authorization)
 {
@@ -78,7 +68,7 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_first.isListening() && m_second.isListening());
-        g_previous = qInstallMessageHandler(collect);
+        vn::test::collectLogMessages();
         QLoggingCategory::setFilterRules(QStringLiteral("vantro.*=true"));
         const std::string second = m_second.url().toString().toStdString();
         m_first.server().Get("/redirect", [second](const httplib::Request &, httplib::Response &response) {
@@ -104,13 +94,13 @@ private Q_SLOTS:
         m_first.clearRequests();
         m_second.clearRequests();
         QCOMPARE(AuthorizationRegistry::instance()->count(), 0);
-        QVERIFY2(!g_logged.join(QLatin1Char('\n')).contains(QLatin1String("secret")),
+        QVERIFY2(!vn::test::loggedMessages().join(QLatin1Char('\n')).contains(QLatin1String("secret")),
                  "a secret reached a log line");
     }
 
     void cleanupTestCase()
     {
-        QVERIFY(!g_logged.isEmpty()); // or the check in cleanup() proved nothing
+        QVERIFY(!vn::test::loggedMessages().isEmpty()); // or the check in cleanup() proved nothing
         // Open keep-alive connections would hold the servers' threads until their idle time-out.
         NetworkAccessManager::sharedInstance()->clearConnectionCache();
         m_verifier.kill();

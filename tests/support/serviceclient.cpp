@@ -6,16 +6,9 @@
 #include <Vantro/putrequest.h>
 
 #include <QEventLoop>
-#include <QFile>
 #include <QJsonDocument>
 
 namespace vn::test {
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 ServiceClient::ServiceClient(const QUrl &serviceUrl)
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <demoscenario.h>
+#include <testio.h>
 
 #include <QByteArray>
 #include <QJsonArray>
@@ -15,8 +16,6 @@ namespace vn::test {
 using demo::Ada;
 using demo::AdaPassword;
 using demo::BobPassword;
-
-QByteArray readFile(const QString &path);
 
 /// The outcome of one exchange with the development service.
 struct Reply

@@ -38,7 +38,6 @@ public:
     bool isListening() const { return m_port > 0; }
     int port() const { return m_port; }
     QString host() const { return m_host; }
-    bool isTls() const { return m_tls; }
     /// http://host:port + @p path (https for a TLS server)
     QUrl url(const QString &path = QStringLiteral("/")) const;
 

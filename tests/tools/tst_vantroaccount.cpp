@@ -13,13 +13,6 @@ using namespace vn::test;
 
 namespace {
 
-struct Result
-{
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
 const QString WrongPassword = "not-ada-demo-password";
 // Secrets of the demo scenario's credential resources.
 const QStringList ResourceSecrets = {"demo-author-bearer-token", "demo-author-db-password",
@@ -60,19 +53,13 @@ class TestVantroAccount : public QObject
 
     QStringList profileEntries() const { return QDir(m_profile).entryList(QDir::Files); }
 
-    Result run(const QStringList &arguments, const QByteArray &input = QByteArray(), bool serviceDown = false)
+    ProcessResult run(const QStringList &arguments, const QByteArray &input = QByteArray(),
+                      bool serviceDown = false)
     {
         qputenv("VANTRO_ACCOUNT_CONFIG",
                 QFile::encodeName(serviceDown ? m_deadConfiguration : m_configuration));
-        QProcess process;
-        process.start(VANTRO_ACCOUNT_PROGRAM, arguments);
-        process.write(input);
-        process.closeWriteChannel();
-        const bool finished = process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit;
-        const Result result{finished ? process.exitCode() : -1,
-                            QString::fromUtf8(process.readAllStandardOutput()),
-                            QString::fromUtf8(process.readAllStandardError())};
-        m_printed += result.out + result.err;
+        const ProcessResult result = runProcess(VANTRO_ACCOUNT_PROGRAM, arguments, input);
+        m_printed += QString::fromUtf8(result.out + result.err);
         return result;
     }
 
@@ -103,10 +90,8 @@ void TestVantroAccount::initTestCase()
     QCOMPARE(QDir(m_folder.filePath("template/default")).entryList(QDir::Files), ClientEntries);
 
     const vn::crypto::PrivateKey demoKey(readFile(DEMO_DEVICE_KEY));
-    QFile encrypted(m_folder.filePath("encrypted.pem")), unknown(m_folder.filePath("unknown.pem"));
-    QVERIFY(encrypted.open(QIODevice::WriteOnly) &&
-            encrypted.write(demoKey.toEncryptedPEM("kiosk passphrase")) > 0);
-    QVERIFY(unknown.open(QIODevice::WriteOnly) && unknown.write(vn::crypto::PrivateKey(1, 2048).toPEM()) > 0);
+    QVERIFY(writeFile(m_folder.filePath("encrypted.pem"), demoKey.toEncryptedPEM("kiosk passphrase")));
+    QVERIFY(writeFile(m_folder.filePath("unknown.pem"), vn::crypto::PrivateKey(1, 2048).toPEM()));
 }
 
 void TestVantroAccount::init()
@@ -129,10 +114,8 @@ void TestVantroAccount::cleanup()
     // of its PEM text) or a credential; nor any compact token, whose header always encodes as "eyJ".
     QStringList secrets =
         ResourceSecrets + QStringList{AdaPassword, BobPassword, WrongPassword, "eyJhbGciOiJ"};
-    secrets.append(QString::fromLatin1(readFile(m_profile + "/clientKey").split('\n').value(3)));
-    for (const QByteArray &token : {m_token, readFile(m_profile + "/accessToken")}) {
-        secrets.append(QString::fromLatin1(token));
-    }
+    secrets << QString::fromLatin1(readFile(m_profile + "/clientKey").split('\n').value(3))
+            << QString::fromLatin1(m_token) << QString::fromLatin1(readFile(m_profile + "/accessToken"));
     for (const QString &secret : qAsConst(secrets)) {
         QVERIFY2(secret.isEmpty() || !m_printed.contains(secret), "a secret was printed");
     }
@@ -178,8 +161,6 @@ void TestVantroAccount::commands_data()
     row("login, empty user name", "", "login >> --password-stdin", 2, "^$", "^The user name is empty", false);
 
     // Device keys: the demo's, the same encrypted, and one the service does not know.
-    row("login, device key", "", "login --key " DEMO_DEVICE_KEY, 0,
-        "^Signed in to http://\\S+ as Ada Lovelace", "", true);
     row("login, encrypted device key", "", "login --key @/encrypted.pem --passphrase-stdin", 0,
         "as Ada Lovelace", "", true, "kiosk passphrase\n");
     row("login, wrong passphrase", "", "login --key @/encrypted.pem --passphrase-stdin", 1, "^$",
@@ -239,8 +220,6 @@ void TestVantroAccount::commands_data()
     row("status, service refuses", "ada logins/current 404", "status", 1, "Status: +Connected, offline\n",
         "answered the login check with HTTP 404; check that", true);
     row("status, login revoked", "ada revoke", "status", 3, "Status: +Disconnected\n", ended, false);
-    row("logins, service fails", "ada logins 500", "logins", 1, "^$",
-        "failed with HTTP 500 on the login list", true);
     row("logout, service down", "ada down", "logout", 1, "^$",
         "^Signed out here, but .* could not be reached, so the login stays valid", false);
 
@@ -278,9 +257,7 @@ void TestVantroAccount::commands()
     if (signedIn) {
         // As an earlier sign-in would have left the profile.
         m_token = client.login(Ada, AdaPassword);
-        QFile file(m_profile + "/accessToken");
-        QVERIFY(!m_token.isEmpty() && file.open(QIODevice::WriteOnly) &&
-                file.write(m_token) == m_token.size());
+        QVERIFY(writeFile(m_profile + "/accessToken", m_token));
         client.setToken(m_token);
     }
     QString arguments = QString(row.arguments).replace("@/", m_folder.path() + '/');
@@ -305,13 +282,15 @@ void TestVantroAccount::commands()
 
     // A row may hold several command lines, separated by ";": each ends as the row says.
     for (const QString &commandLine : arguments.split(';')) {
-        const Result result = run(commandLine.split(' ', Qt::SkipEmptyParts), row.input, service == "down");
-        QVERIFY2(result.exitCode == row.exitCode, qPrintable(commandLine + ": " + result.err));
-        QVERIFY2(QRegularExpression(row.out).match(result.out).hasMatch(), qPrintable(result.out));
+        const ProcessResult result =
+            run(commandLine.split(' ', Qt::SkipEmptyParts), row.input, service == "down");
+        const QString out = QString::fromUtf8(result.out), err = QString::fromUtf8(result.err);
+        QVERIFY2(result.exitCode == row.exitCode, qPrintable(commandLine + ": " + err));
+        QVERIFY2(QRegularExpression(row.out).match(out).hasMatch(), qPrintable(out));
         // Progress lines come first; the one-sentence reason for a failure ends standard error.
-        const QString lastLine = result.err.mid(result.err.lastIndexOf('\n', -2) + 1);
-        QVERIFY2(QRegularExpression(row.err).match(row.exitCode == 0 ? result.err : lastLine).hasMatch(),
-                 qPrintable(result.err));
+        const QString lastLine = err.mid(err.lastIndexOf('\n', -2) + 1);
+        QVERIFY2(QRegularExpression(row.err).match(row.exitCode == 0 ? err : lastLine).hasMatch(),
+                 qPrintable(err));
     }
     QCOMPARE(profileEntries().contains("accessToken"), row.signedInAfter);
     if (!row.signedInAfter) {

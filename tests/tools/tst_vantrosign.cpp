@@ -1,43 +1,18 @@
 // The real vantro-sign program: its files, printed bytes and exit codes are its interface.
+#include "testio.h"
+
 #include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include <sys/stat.h>
 
-namespace {
+using namespace vn::test;
 
 constexpr char Passphrase[] = "correct horse battery staple"; // key B's, in TEST_PASSPHRASE
 constexpr char WrongPassphrase[] = "not the passphrase";
-
-struct Result
-{
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-Result runProgram(const QString &program, const QStringList &arguments, const QByteArray &input = {})
-{
-    QProcess process;
-    process.start(program, arguments);
-    process.write(input);
-    process.closeWriteChannel();
-    const bool finished = process.waitForFinished(120000) && process.exitStatus() == QProcess::NormalExit;
-    return {finished ? process.exitCode() : -1, process.readAllStandardOutput(),
-            process.readAllStandardError()};
-}
-
-} // namespace
 
 class TestVantroSign : public QObject
 {
@@ -52,11 +27,11 @@ class TestVantroSign : public QObject
     QString path(const QString &name) const { return m_folder.filePath(name); }
 
     /// Runs vantro-sign with @p commandLine split at spaces; @DIR@ stands for the test's folder.
-    Result run(QString commandLine, const QByteArray &input = QByteArray())
+    ProcessResult run(QString commandLine, const QByteArray &input = QByteArray())
     {
         commandLine.replace("@DIR@", m_folder.path());
-        const Result result =
-            runProgram(VANTRO_SIGN_PROGRAM, commandLine.split(' ', Qt::SkipEmptyParts), input);
+        const ProcessResult result =
+            runProcess(VANTRO_SIGN_PROGRAM, commandLine.split(' ', Qt::SkipEmptyParts), input);
         m_printed += result.out + result.err;
         return result;
     }
@@ -67,19 +42,15 @@ private Q_SLOTS:
         qputenv("TEST_PASSPHRASE", Passphrase);
         qputenv("TEST_WRONG_PASSPHRASE", WrongPassphrase);
         qunsetenv("TEST_UNSET");
-        QFile record(path("record.json")), old(path("b.pem"));
-        QVERIFY(record.open(QIODevice::WriteOnly) &&
-                record.write(R"({"user": "ada@example.org", "quota": 1e3, "roles": ["admin"], )"
-                             R"("note": "caf\u00e9 \ud83d\ude00"})") > 0);
-        record.close();
+        QVERIFY(writeFile(path("record.json"), R"({"user": "ada@example.org", "quota": 1e3, "roles": )"
+                                               R"(["admin"], "note": "caf\u00e9 \ud83d\ude00"})"));
         // B replaces a world-readable file, whose mode must not carry over to the key.
-        QVERIFY(
-            old.open(QIODevice::WriteOnly) && old.write("old contents") > 0 &&
-            old.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther));
-        old.close();
+        QVERIFY(writeFile(path("b.pem"), "old contents") &&
+                QFile::setPermissions(path("b.pem"), QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup |
+                                                         QFile::ReadOther));
         // Under umask 000, anything not created owner-only comes out world-readable.
         const mode_t previousUmask = ::umask(0);
-        const Result a = run("keygen --bits 2048 --out @DIR@/a.pem --public-out @DIR@/a.pub.pem");
+        const ProcessResult a = run("keygen --bits 2048 --out @DIR@/a.pem --public-out @DIR@/a.pub.pem");
         ::umask(previousUmask);
         QCOMPARE(a.exitCode, 0);
         m_keygenOutput = a.out;
@@ -87,12 +58,12 @@ private Q_SLOTS:
                      "--passphrase-env TEST_PASSPHRASE")
                      .exitCode,
                  0);
-        const Result signature = run("sign --key @DIR@/a.pem @DIR@/record.json");
+        const ProcessResult signature = run("sign --key @DIR@/a.pem @DIR@/record.json");
         QCOMPARE(signature.exitCode, 0);
         m_signed = QJsonDocument::fromJson(signature.out).object();
         // The base64 lines of both private keys.
-        m_secrets << Passphrase << WrongPassphrase << readAll(path("a.pem")).split('\n').mid(1, 20)
-                  << readAll(path("b.pem")).split('\n').mid(1, 20);
+        m_secrets << Passphrase << WrongPassphrase << readFile(path("a.pem")).split('\n').mid(1, 20)
+                  << readFile(path("b.pem")).split('\n').mid(1, 20);
         QVERIFY(m_secrets.size() == 42 && m_secrets.last().size() == 64);
     }
 
@@ -113,8 +84,8 @@ private Q_SLOTS:
             struct stat status = {};
             QVERIFY(::stat(qPrintable(path(name + QString(".pem"))), &status) == 0);
             QCOMPARE(status.st_mode & 0777, 0600u);
-            QVERIFY(readAll(path(name + QString(".pem"))).startsWith(header));
-            QVERIFY(readAll(path(name + QString(".pub.pem"))).startsWith("-----BEGIN PUBLIC KEY-----\n"));
+            QVERIFY(readFile(path(name + QString(".pem"))).startsWith(header));
+            QVERIFY(readFile(path(name + QString(".pub.pem"))).startsWith("-----BEGIN PUBLIC KEY-----\n"));
         }
         QVERIFY(m_keygenOutput.contains("SHA-256 fingerprint: " + run("fingerprint @DIR@/a.pem").out));
     }
@@ -136,7 +107,7 @@ private Q_SLOTS:
         QFETCH(QString, signCommand);
         QFETCH(QString, verifyKey);
         QJsonObject record = m_signed;
-        const Result signature = run(signCommand, QJsonDocument(record).toJson());
+        const ProcessResult signature = run(signCommand, QJsonDocument(record).toJson());
         QVERIFY(signature.exitCode == 0 && signature.err.isEmpty());
         QCOMPARE(signature.out.count('\n') == 1, signCommand.contains("--compact"));
         QJsonObject signedRecord = QJsonDocument::fromJson(signature.out).object();
@@ -205,14 +176,14 @@ private Q_SLOTS:
         // The vectors are the library's test; here the program reads a file or standard input.
         const QString vectors = VANTRO_TEST_DATA_DIR "/jcs/";
         row("canonicalize a file", "canonicalize " + vectors + "input/unicode.json", 0,
-            readAll(vectors + "output/unicode.json"));
-        row("canonicalize standard input", "canonicalize", 0, readAll(vectors + "output/structures.json"),
-            readAll(vectors + "input/structures.json"));
+            readFile(vectors + "output/unicode.json"));
+        row("canonicalize standard input", "canonicalize", 0, readFile(vectors + "output/structures.json"),
+            readFile(vectors + "input/structures.json"));
 
         // What the peer makes of the public key files: their DER SubjectPublicKeyInfo.
         const auto peer = [this](const char *key, QCryptographicHash::Algorithm algorithm) -> QByteArray {
             const QStringList arguments{"pkey", "-pubin", "-outform", "der", "-in", path(key)};
-            return QCryptographicHash::hash(runProgram("openssl", arguments).out, algorithm).toBase64() +
+            return QCryptographicHash::hash(runProcess("openssl", arguments).out, algorithm).toBase64() +
                    '\n';
         };
         row("fingerprint of a public key", "fingerprint @DIR@/a.pub.pem", 0,
@@ -231,7 +202,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, expected);
         expected.replace("@DIR@", m_folder.path().toUtf8());
         QVERIFY(expected.size() > 1);
-        const Result result = run(commandLine, input);
+        const ProcessResult result = run(commandLine, input);
         QCOMPARE(result.exitCode, exitCode);
         if (exitCode == 0) {
             QCOMPARE(expected.startsWith("Usage: ") ? result.out.left(expected.size()) : result.out,
