@@ -3,24 +3,14 @@
 // rows are the matrix; the test body is one.
 
 #include "accountfixture.h"
-#include "timescale_p.h"
 
 #include <Vantro/request.h>
-#include <VantroAccount/challengeresponseauthenticator.h>
 #include <VantroAccount/consumer.h>
-#include <VantroAccount/credentialauthenticator.h>
 #include <VantroAccount/loginlistmodel.h>
-#include <VantroAccount/passwordreset.h>
-#include <VantroAccount/profile.h>
-#include <VantroAccount/resource.h>
-#include <VantroAccount/service.h>
-#include <VantroNetwork/networkaccessmanager.h>
 
-#include <QFile>
 #include <QMetaEnum>
 #include <QPointer>
 #include <QQmlEngine>
-#include <QtTest>
 
 using vn::account::Account;
 using vn::account::LoginListModel;
@@ -101,17 +91,7 @@ class TestFaultMatrix : public QObject
     int m_rowsBefore = 0;
     QPointer<QObject> m_before; // the record the refresh under test would replace
 
-    Service *files() const
-    {
-        for (vn::account::Resource *resource :
-             m_account->findResources(QStringLiteral("vantro.resource.Service"))) {
-            if (auto *service = qobject_cast<Service *>(resource);
-                service && service->name() == "demo-files") {
-                return service;
-            }
-        }
-        return nullptr;
-    }
+    Service *files() const { return AccountFixture::findService(*m_account, QStringLiteral("demo-files")); }
 
     // The object that a refresh of @p call replaces when it succeeds.
     QObject *record(Call call) const
@@ -140,19 +120,16 @@ class TestFaultMatrix : public QObject
     static QString profileChange(const QMap<QString, QByteArray> &before,
                                  const QMap<QString, QByteArray> &after)
     {
-        if (after == before) {
-            return QStringLiteral("kept");
-        }
-        if (QSet<QString>(after.keyBegin(), after.keyEnd()) == AccountFixture::ClientIdentity) {
-            return QStringLiteral("wiped");
-        }
         QStringList changed;
         for (const QString &entry : before.keys() + after.keys()) {
             if (before.value(entry) != after.value(entry) && !changed.contains(entry)) {
                 changed.append(entry);
             }
         }
-        return QStringLiteral("changed ") + changed.join(QLatin1Char(' '));
+        const bool wiped = QSet<QString>(after.keyBegin(), after.keyEnd()) == AccountFixture::ClientIdentity;
+        return after == before ? QStringLiteral("kept")
+               : wiped         ? QStringLiteral("wiped")
+                               : QStringLiteral("changed ") + changed.join(QLatin1Char(' '));
     }
 
     void login(Call call)
@@ -160,9 +137,7 @@ class TestFaultMatrix : public QObject
         m_errors.clear();
         if (call == Login) {
             auto *password = new vn::account::CredentialAuthenticator(m_account.get());
-            password->setUserName(AccountFixture::Ada);
-            password->setPassword(AccountFixture::AdaPassword);
-            password->setPersistent(true);
+            AccountFixture::asAda(*password, true);
             m_account->login(password);
         } else {
             auto *device = new vn::account::ChallengeResponseAuthenticator(m_account.get());
@@ -200,16 +175,9 @@ class TestFaultMatrix : public QObject
         if (call == ServiceToken) {
             files()->disable();
         } else if (call == LoginList || call == EndLogin) {
-            if (call == EndLogin && m_fixture.service.logins().size() < 2) {
-                vn::account::CredentialAuthenticator elsewhere;
-                elsewhere.setUserName(AccountFixture::Ada);
-                elsewhere.setPassword(AccountFixture::AdaPassword);
-                elsewhere.setNetwork(vn::network::NetworkAccessManager::sharedInstance());
-                QSignalSpy finished(&elsewhere, &vn::account::AbstractAuthenticator::finished);
-                elsewhere.start();
-                if (!finished.wait()) {
-                    return false;
-                }
+            if (call == EndLogin && m_fixture.service.logins().size() < 2 &&
+                !AccountFixture::logInElsewhere()) {
+                return false;
             }
             // Polls at the real pace for a delete, so that no new list replaces the row it ends.
             vn::account::TimeScale::setFactor(call == EndLogin ? 1 : FastPace);
@@ -267,13 +235,11 @@ class TestFaultMatrix : public QObject
     // What the call shows now; empty while its answer has not been handled.
     QString outcome(Call call) const
     {
-        const auto name = [](const char *enumerator, int value) {
-            const QMetaObject &meta = Account::staticMetaObject;
-            return QString::fromLatin1(meta.enumerator(meta.indexOfEnumerator(enumerator)).valueToKey(value));
-        };
-        const QString state =
-            name("Status", m_account->status()) +
-            (m_account->isOnline() ? QStringLiteral(" online") : QStringLiteral(" offline"));
+        const QString status = QMetaEnum::fromType<Account::Status>().valueToKey(m_account->status());
+        const QString state = status + (m_account->isOnline() ? " online" : " offline");
+        const QString error = m_errors.isEmpty()
+                                  ? "NoError"
+                                  : QMetaEnum::fromType<Account::Error>().valueToKey(m_errors.constLast());
         const bool busy =
             m_account->status() == Account::Connecting || m_account->status() == Account::Disconnecting;
         switch (call) {
@@ -281,10 +247,7 @@ class TestFaultMatrix : public QObject
         case DeviceChallenge:
         case DeviceAnswer:
         case Logout:
-            return busy ? QString()
-                        : name("Status", m_account->status()) + QLatin1Char(' ') +
-                              (m_errors.isEmpty() ? QStringLiteral("NoError")
-                                                  : name("Error", m_errors.constLast()));
+            return busy ? QString() : status + QLatin1Char(' ') + error;
         case OnlineCheck:
             return state;
         case ConsumerUpdate:
@@ -318,9 +281,7 @@ private Q_SLOTS:
     {
         QVERIFY(m_fixture.start(FastPace));
         s_previousHandler = qInstallMessageHandler(quietLibrary);
-        QFile key(QStringLiteral(DEMO_DEVICE_KEY));
-        QVERIFY(key.open(QIODevice::ReadOnly));
-        m_deviceKey = key.readAll();
+        m_deviceKey = AccountFixture::demoDeviceKey();
         m_resetNetwork = m_fixture.resetRedirect();
         m_engine.setNetworkAccessManagerFactory(m_resetNetwork.get());
         m_engine.networkAccessManager()->setTransferTimeout(TransferTimeout);
@@ -351,67 +312,63 @@ private Q_SLOTS:
         QTest::addColumn<QString>("expected");
         QTest::addColumn<QString>("profile");
         QTest::addColumn<QString>("recovered");
-        const auto rows = [](Call call, const char *recovered, const QList<QStringList> &cells) {
-            for (const QStringList &cell : cells) {
-                for (const QString &fault : cell.at(0).split(QLatin1Char(' '))) {
+        // A cell: "faults | outcome | profile".
+        const auto rows = [](Call call, const char *recovered, const QStringList &cells) {
+            for (const QString &cell : cells) {
+                const QStringList columns = cell.split(QStringLiteral(" | "));
+                for (const QString &fault : columns.at(0).split(QLatin1Char(' '))) {
                     const QByteArray name = QByteArray(Paths[call].name) + ": " + fault.toLatin1();
                     QTest::newRow(name.constData())
-                        << int(call) << fault << cell.at(1) << cell.at(2) << recovered;
+                        << int(call) << fault << columns.at(1) << columns.at(2) << recovered;
                 }
             }
         };
         // A failed login leaves the signed-out profile as it was.
         rows(Login, "Connected NoError",
-             {{"500 503", "Disconnected ServiceFailure", "kept"},
-              {"401 403 404 malformed shape", "Disconnected AuthenticationFailed", "kept"},
-              {"dropped cut silent oversized", "Disconnected ServiceUnavailable", "kept"}});
+             {"500 503 | Disconnected ServiceFailure | kept",
+              "401 403 404 malformed shape | Disconnected AuthenticationFailed | kept",
+              "dropped cut silent oversized | Disconnected ServiceUnavailable | kept"});
         // A challenge answer without a challenge is the service's failure.
         rows(DeviceChallenge, "Connected NoError",
-             {{"500 503 malformed shape", "Disconnected ServiceFailure", "kept"},
-              {"401 403 404", "Disconnected AuthenticationFailed", "kept"},
-              {"dropped cut silent oversized", "Disconnected ServiceUnavailable", "kept"}});
+             {"500 503 malformed shape | Disconnected ServiceFailure | kept",
+              "401 403 404 | Disconnected AuthenticationFailed | kept",
+              "dropped cut silent oversized | Disconnected ServiceUnavailable | kept"});
         rows(DeviceAnswer, "Connected NoError",
-             {{"500 503", "Disconnected ServiceFailure", "kept"},
-              {"401 403 404 malformed shape", "Disconnected AuthenticationFailed", "kept"},
-              {"dropped cut silent oversized", "Disconnected ServiceUnavailable", "kept"}});
+             {"500 503 | Disconnected ServiceFailure | kept",
+              "401 403 404 malformed shape | Disconnected AuthenticationFailed | kept",
+              "dropped cut silent oversized | Disconnected ServiceUnavailable | kept"});
         // Only a 401 of the online check ends the login; a 200 that does not read still says online.
         rows(OnlineCheck, "Connected online",
-             {{"500 503 403 404 dropped cut silent oversized", "Connected offline", "kept"},
-              {"401", "Disconnected offline", "wiped"},
-              {"malformed shape", "Connected online", "kept"}});
+             {"500 503 403 404 dropped cut silent oversized | Connected offline | kept",
+              "401 | Disconnected offline | wiped", "malformed shape | Connected online | kept"});
         // A logout always ends signed out.
         rows(Logout, "Disconnected NoError",
-             {{"500 503 401 403 404", "Disconnected ServiceFailure", "wiped"},
-              {"dropped cut silent oversized", "Disconnected ServiceUnavailable", "wiped"},
-              {"malformed shape", "Disconnected NoError", "wiped"}});
+             {"500 503 401 403 404 | Disconnected ServiceFailure | wiped",
+              "dropped cut silent oversized | Disconnected ServiceUnavailable | wiped",
+              "malformed shape | Disconnected NoError | wiped"});
         // A failed update keeps the record; forged records are dropped, and the answer is kept as
         // it came (it is verified again on the next start).
-        const char *failures = "500 503 401 403 404 dropped cut silent malformed shape oversized";
-        rows(ConsumerUpdate, "Connected online, new", {{failures, "Connected online, kept", "kept"}});
+        const QString failures = "500 503 401 403 404 dropped cut silent malformed shape oversized";
+        rows(ConsumerUpdate, "Connected online, new", {failures + " | Connected online, kept | kept"});
         rows(IdentityUpdate, "Connected online, new",
-             {{failures, "Connected online, kept", "kept"},
-              {"forged", "Connected online, none", "changed identity"}});
+             {failures + " | Connected online, kept | kept",
+              "forged | Connected online, none | changed identity"});
         rows(ResourceUpdate, "Connected online, new",
-             {{failures, "Connected online, kept", "kept"},
-              {"forged", "Connected online, none", "changed resources"}});
-        rows(ServiceToken, "Ready", {{failures, "Pending", "kept"}});
+             {failures + " | Connected online, kept | kept",
+              "forged | Connected online, none | changed resources"});
+        rows(ServiceToken, "Ready", {failures + " | Pending | kept"});
         // A failed list leaves the rows; an answer that is not an array empties them.
         rows(LoginList, "rows kept",
-             {{"500 503 401 403 404 dropped cut silent oversized", "rows kept", "kept"},
-              {"malformed shape", "rows emptied", "kept"}});
+             {"500 503 401 403 404 dropped cut silent oversized | rows kept | kept",
+              "malformed shape | rows emptied | kept"});
         // Only the status counts for ending a login.
         rows(EndLogin, "ended",
-             {{"500 503 401 403 404 dropped cut silent oversized", "deleteFailed", "kept"},
-              {"malformed shape", "ended", "kept"}});
+             {"500 503 401 403 404 dropped cut silent oversized | deleteFailed | kept",
+              "malformed shape | ended | kept"});
         // The status as it came, 0 for none.
         rows(PasswordReset, "201",
-             {{"500", "500", "kept"},
-              {"503", "503", "kept"},
-              {"401", "401", "kept"},
-              {"403", "403", "kept"},
-              {"404", "404", "kept"},
-              {"dropped cut silent oversized", "0", "kept"},
-              {"malformed shape", "201", "kept"}});
+             {"500 | 500 | kept", "503 | 503 | kept", "401 | 401 | kept", "403 | 403 | kept",
+              "404 | 404 | kept", "dropped cut silent oversized | 0 | kept", "malformed shape | 201 | kept"});
     }
 
     void matrix()
