@@ -126,14 +126,16 @@ struct AccountFixture
         return QSet<QString>(entries.cbegin(), entries.cend());
     }
 
-    /// The next @p count requests to "api/v1/" + @p path get @p status (0 serves them).
-    void addFault(const QString &path, const QByteArray &method, int status, int count = 1)
+    /// The next @p count requests to "api/v1/" + @p path get @p status (0 serves them) and @p body.
+    void addFault(const QString &path, const QByteArray &method, int status, int count = 1,
+                  const QByteArray &body = QByteArray())
     {
         vn::devservice::Fault fault;
         fault.path = QStringLiteral("api/v1/") + path;
         fault.method = method;
         fault.status = status;
         fault.count = count;
+        fault.body = body;
         service.addFault(fault);
     }
 

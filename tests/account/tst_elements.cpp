@@ -111,13 +111,7 @@ private Q_SLOTS:
     void endLogin()
     {
         signIn();
-        CredentialAuthenticator elsewhere;
-        elsewhere.setUserName(demo::Ada);
-        elsewhere.setPassword(demo::AdaPassword);
-        elsewhere.setNetwork(vn::network::NetworkAccessManager::sharedInstance());
-        QSignalSpy loggedIn(&elsewhere, &AbstractAuthenticator::finished);
-        elsewhere.start();
-        QVERIFY(loggedIn.wait());
+        QVERIFY(AccountFixture::logInElsewhere());
 
         // This model polls at the real pace, so no new list replaces the rows while a DELETE runs.
         vn::account::TimeScale::setFactor(1);

@@ -6,7 +6,6 @@
 
 #include <Vantro/getrequest.h>
 #include <VantroAccount/loginlistmodel.h>
-#include <VantroAccount/service.h>
 
 #include <QProcess>
 

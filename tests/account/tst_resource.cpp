@@ -1,7 +1,7 @@
 // Identity chains and resources as the service hands them out: each link checked up to the built-in
 // root, each resource trusted and ranked by the chain, made by type, its credentials registered.
 
-#include "accountinstance.h"
+#include "autotest_p.h"
 #include "oauth1signature_p.h"
 #include "testhttpserver.h"
 #include "trustfixture.h"

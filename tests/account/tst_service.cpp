@@ -1,10 +1,8 @@
 // Service resources against the development service, which also plays the demo's services.
 
 #include "accountfixture.h"
-#include "service_p.h"
 
 #include <Vantro/getrequest.h>
-#include <VantroAccount/service.h>
 #include <VantroNetwork/authorizationregistry.h>
 
 #include <QPointer>
@@ -22,17 +20,7 @@ class TestService : public QObject
     std::unique_ptr<Account> m_account;
     int m_authorizationsSignedOut = 0;
 
-    Service *service(const QString &name) const
-    {
-        for (vn::account::Resource *resource :
-             m_account->findResources(QStringLiteral("vantro.resource.Service"))) {
-            auto *service = qobject_cast<Service *>(resource);
-            if (service && service->name() == name) {
-                return service;
-            }
-        }
-        return nullptr;
-    }
+    Service *service(const QString &name) const { return AccountFixture::findService(*m_account, name); }
 
     int tokenRequests(const Service *service) const
     {
@@ -176,14 +164,10 @@ private Q_SLOTS:
     {
         Service *files = service(QStringLiteral("demo-files"));
         QTest::ignoreMessage(QtCriticalMsg, "Successful token request returned invalid token");
-        vn::devservice::Fault fault;
-        fault.path = QStringLiteral("api/v1/tokens/") + files->uuid();
-        fault.status = 200;
         // {"alg":"RS256","typ":"JWT"} . {"exp":1000,"aud":"demo-files"} . (signature)
-        fault.body =
-            R"({"token": "eyJhbGciOiJSUzI1NiIsInR5cCI6IkpXVCJ9.eyJleHAiOjEwMDAsImF1ZCI6ImRlbW8tZmlsZXMifQ.c2ln"})";
-        fault.count = 1000;
-        m_fixture.service.addFault(fault);
+        m_fixture.addFault(
+            "tokens/" + files->uuid(), "GET", 200, 1000,
+            R"({"token": "eyJhbGciOiJSUzI1NiIsInR5cCI6IkpXVCJ9.eyJleHAiOjEwMDAsImF1ZCI6ImRlbW8tZmlsZXMifQ.c2ln"})");
         m_fixture.service.clearJournal();
         QSignalSpy statusChanged(files, &Service::statusChanged);
         files->enable();
