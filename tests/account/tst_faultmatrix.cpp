@@ -96,16 +96,10 @@ class TestFaultMatrix : public QObject
     // The object that a refresh of @p call replaces when it succeeds.
     QObject *record(Call call) const
     {
-        switch (call) {
-        case ConsumerUpdate:
-            return m_account->consumer();
-        case IdentityUpdate:
-            return m_account->identity();
-        case ResourceUpdate:
-            return m_account->resourceList().value(0);
-        default:
-            return nullptr;
-        }
+        return call == ConsumerUpdate   ? static_cast<QObject *>(m_account->consumer())
+               : call == IdentityUpdate ? static_cast<QObject *>(m_account->identity())
+               : call == ResourceUpdate ? m_account->resourceList().value(0)
+                                        : nullptr;
     }
 
     static QMap<QString, QByteArray> profile()
