@@ -56,7 +56,8 @@ private Q_SLOTS:
 
     void cleanup() { m_fixture.service.clearFaults(); }
 
-    // How a login ends: the statuses it passes, its errors, and what it keeps in the profile.
+    // How a login ends: the statuses it passes, its errors, what it keeps in the profile, and what a
+    // new Account restores from there once every Account is gone.
     void login_data()
     {
         QTest::addColumn<QString>("userName");
@@ -65,15 +66,16 @@ private Q_SLOTS:
         QTest::addColumn<Account::Status>("status");
         QTest::addColumn<Errors>("errors");
         QTest::addColumn<QSet<QString>>("saved");
+        QTest::addColumn<int>("restored"); // resources
 
         const auto row = [](const char *name, const QString &user, const QString &password,
                             Account::Status status, const Errors &errors, bool persistent = true,
-                            const QSet<QString> &saved = {}) {
-            QTest::newRow(name) << user << password << persistent << status << errors << saved;
+                            const QSet<QString> &saved = {}, int restored = 0) {
+            QTest::newRow(name) << user << password << persistent << status << errors << saved << restored;
         };
         const QString ada = demo::Ada;
         const QString password = demo::AdaPassword;
-        row("persistent", ada, password, Account::Connected, {}, true, Saved);
+        row("persistent", ada, password, Account::Connected, {}, true, Saved, 9);
         row("this session only", ada, password, Account::Connected, {}, false);
         row("wrong password", ada, "wrong", Account::Disconnected, {Account::AuthenticationFailed});
         row("no user name", ">>", password, Account::Disconnected, {Account::InvalidLoginData});
@@ -87,32 +89,44 @@ private Q_SLOTS:
         QFETCH(Account::Status, status);
         QFETCH(Errors, errors);
         QFETCH(QSet<QString>, saved);
+        QFETCH(int, restored);
 
         if (status == Account::Disconnected) {
             QTest::ignoreMessage(QtCriticalMsg,
                                  QRegularExpression("^Authentication failed with status [2-6]$"));
         }
-        Account account;
+        auto account = std::make_unique<Account>();
         Statuses seen;
         Errors reported;
-        connect(&account, &Account::statusChanged, this, [&] { seen.append(account.status()); });
-        connect(&account, &Account::error, this, [&](Account::Error error) { reported.append(error); });
+        connect(account.get(), &Account::statusChanged, this, [&] { seen.append(account->status()); });
+        connect(account.get(), &Account::error, this, [&](Account::Error error) { reported.append(error); });
         vn::account::CredentialAuthenticator authenticator;
         authenticator.setUserName(userName);
         authenticator.setPassword(password);
         authenticator.setPersistent(persistent);
-        account.login(&authenticator);
+        account->login(&authenticator);
         QTRY_COMPARE(seen.size(), 2);
         QCOMPARE(seen, Statuses({Account::Connecting, status}));
         QCOMPARE(reported, errors);
         if (status == Account::Disconnected) {
-            QVERIFY(AccountFixture::isSignedOut(account));
+            QVERIFY(AccountFixture::isSignedOut(*account));
             return;
         }
         // The refresh has saved what it is going to.
-        QTRY_VERIFY(account.consumer() && account.identity() && !account.resourceList().isEmpty());
+        QTRY_VERIFY(account->consumer() && account->identity() && !account->resourceList().isEmpty());
         QCOMPARE(AccountFixture::profileEntries() - AccountFixture::ClientIdentity, saved);
-        signOut(account);
+
+        account.reset();
+        Account next;
+        QCOMPARE(next.clientId(), m_clientId);
+        QCOMPARE(next.clientKey().toPEM(), m_clientKey);
+        QCOMPARE(next.resourceList().size(), restored);
+        QCOMPARE(next.status() == Account::Connected && next.session() && next.consumer() &&
+                     next.identity() && next.identity()->verifyChain(),
+                 persistent);
+        if (persistent) {
+            signOut(next);
+        }
     }
 
     // A login under way refuses another login and a logout; a connected account, another login.
@@ -160,38 +174,6 @@ private Q_SLOTS:
                      request.path == "/base/api/v1/authenticate" ? QByteArray() : bearer);
         }
         signOut(account);
-    }
-
-    // Once every Account is gone, a new one restores the login from the profile, if it was kept.
-    void restore_data()
-    {
-        QTest::addColumn<bool>("persistent");
-        QTest::addColumn<Account::Status>("status");
-        QTest::addColumn<int>("resources");
-        QTest::newRow("persistent") << true << Account::Connected << 9;
-        QTest::newRow("this session only") << false << Account::Disconnected << 0;
-    }
-
-    void restore()
-    {
-        QFETCH(bool, persistent);
-        QFETCH(Account::Status, status);
-        QFETCH(int, resources);
-        {
-            Account account;
-            QVERIFY(AccountFixture::connect(account, persistent));
-        }
-        Account restored;
-        QCOMPARE(restored.clientId(), m_clientId);
-        QCOMPARE(restored.clientKey().toPEM(), m_clientKey);
-        QCOMPARE(restored.status(), status);
-        QCOMPARE(restored.resourceList().size(), resources);
-        QCOMPARE(restored.session() && restored.consumer() && restored.identity() &&
-                     restored.identity()->verifyChain(),
-                 persistent);
-        if (persistent) {
-            signOut(restored);
-        }
     }
 
     // The same answers again keep identity and resources; offline, only the online check goes on.
