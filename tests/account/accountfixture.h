@@ -14,13 +14,8 @@
 #include <VantroAccount/service.h>
 #include <VantroNetwork/networkaccessmanager.h>
 
-#include <QFile>
-#include <QJsonDocument>
-#include <QLoggingCategory>
 #include <QNetworkAccessManager>
 #include <QQmlNetworkAccessManagerFactory>
-#include <QSet>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <memory>

@@ -5,9 +5,6 @@
 #include <VantroAccount/consumer.h>
 #include <VantroAccount/resource.h>
 
-#include <QAbstractEventDispatcher>
-#include <QScopeGuard>
-
 using vn::account::Account;
 using vn::account::AccountInstance;
 using Errors = QList<Account::Error>;

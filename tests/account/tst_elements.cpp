@@ -8,7 +8,6 @@
 #include <VantroAccount/role.h>
 
 #include <QQmlEngine>
-#include <QScopeGuard>
 
 using namespace vn::account;
 

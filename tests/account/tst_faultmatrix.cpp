@@ -8,8 +8,6 @@
 #include <VantroAccount/consumer.h>
 #include <VantroAccount/loginlistmodel.h>
 
-#include <QMetaEnum>
-#include <QPointer>
 #include <QQmlEngine>
 
 using vn::account::Account;

@@ -7,8 +7,6 @@
 #include <Vantro/getrequest.h>
 #include <VantroAccount/loginlistmodel.h>
 
-#include <QProcess>
-
 #include <cstdio>
 
 using vn::account::Account;

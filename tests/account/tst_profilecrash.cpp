@@ -7,9 +7,6 @@
 #include <VantroAccount/profile.h>
 #include <VantroCrypto/privatekey.h>
 
-#include <QJsonArray>
-#include <QJsonObject>
-#include <QRandomGenerator>
 #include <QtTest>
 
 #include <array>

@@ -5,8 +5,6 @@
 #include <Vantro/getrequest.h>
 #include <VantroNetwork/authorizationregistry.h>
 
-#include <QPointer>
-
 using vn::account::Account;
 using vn::account::Service;
 
