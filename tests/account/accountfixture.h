@@ -143,6 +143,13 @@ struct AccountFixture
         }));
     }
 
+    /// Waits for @p count more online checks of the account, the account's clock.
+    bool waitOnlineChecks(int count) const
+    {
+        const int until = countRequests("GET", "/logins/current") + count;
+        return QTest::qWaitFor([&] { return countRequests("GET", "/logins/current") >= until; }, 10000);
+    }
+
     /// Managers for a QML engine that send what goes to the password-reset address, which is fixed
     /// when the library is built, to this service instead, as an application's proxy would.
     std::unique_ptr<QQmlNetworkAccessManagerFactory> resetRedirect() const

@@ -39,14 +39,6 @@ class TestService : public QObject
         return answer;
     }
 
-    // Waits for @p count more online checks of the account, one every 30 ms: the account's clock.
-    bool waitOnlineChecks(int count) const
-    {
-        const int until = m_fixture.countRequests("GET", "/logins/current") + count;
-        return QTest::qWaitFor([&] { return m_fixture.countRequests("GET", "/logins/current") >= until; },
-                               10000);
-    }
-
     // Signs in with the demo device key, which opens Ada's account with both demo services.
     bool signIn()
     {
@@ -169,7 +161,7 @@ private Q_SLOTS:
         m_fixture.service.clearJournal();
         QSignalSpy statusChanged(files, &Service::statusChanged);
         files->enable();
-        QVERIFY(waitOnlineChecks(10));
+        QVERIFY(m_fixture.waitOnlineChecks(10));
         QCOMPARE(files->status(), Service::Pending);
         QCOMPARE(statusChanged.size(), 1);
         const int attempts = tokenRequests(files);
@@ -203,7 +195,7 @@ private Q_SLOTS:
         files->enable();
         QTRY_COMPARE(files->status(), Service::Ready);
         QSignalSpy statusChanged(files, &Service::statusChanged);
-        QVERIFY(waitOnlineChecks(20)); // ten token checks at least
+        QVERIFY(m_fixture.waitOnlineChecks(20)); // ten token checks at least
         QCOMPARE(files->status(), Service::Ready);
         QCOMPARE(statusChanged.size(), 0);
         const int attempts = tokenRequests(files);
