@@ -135,8 +135,7 @@ private Q_SLOTS:
         Errors errors;
         connect(&second, &Account::error, this, [&errors](Account::Error error) { errors.append(error); });
         vn::account::CredentialAuthenticator authenticator;
-        authenticator.setUserName(demo::Ada);
-        authenticator.setPassword(demo::AdaPassword);
+        AccountFixture::asAda(authenticator);
         first.login(&authenticator);
         vn::account::CredentialAuthenticator intruder;
         QSignalSpy intruderFinished(&intruder, &vn::account::AbstractAuthenticator::finished);

@@ -159,28 +159,24 @@ private Q_SLOTS:
         QTest::addColumn<Status>("again"); // a second start of the same authenticator
         QTest::addColumn<int>("sentAgain");
 
-        const QByteArray none;
-        const QByteArray noChallenge(R"({"id": "c-1"})");
-        const QByteArray foreign(R"({"id": "c-1", "challenge": "AAECAwQF"})");
+        const auto row = [](const char *name, Status status, int requests, Status again, int sentAgain,
+                            const char *key = "demo", const QByteArray &answer = {}, int fault = 0,
+                            int lifetime = 60000, const char *logged = "") {
+            QTest::newRow(name) << key << fault << answer << lifetime << status << requests << logged << again
+                                << sentAgain;
+        };
         const Status refused = Status::AuthenticationFailed;
-        QTest::newRow("demo key") << "demo" << 0 << none << 60000 << Status::Success << 2 << ""
-                                  << Status::Success << 2;
-        QTest::newRow("unknown key") << "other" << 0 << none << 60000 << refused << 1 << "" << refused << 1;
-        QTest::newRow("no key") << "none" << 0 << none << 60000 << Status::InvalidLoginData << 0 << ""
-                                << Status::InvalidLoginData << 0;
-        QTest::newRow("challenge expired before the answer")
-            << "demo" << 0 << none << 0 << refused << 2 << "" << refused << 2;
-        QTest::newRow("phase 1: 302") << "demo" << 302 << none << 60000 << Status::ServiceUnavailable << 1
-                                      << "" << Status::Success << 2;
+        row("demo key", Status::Success, 2, Status::Success, 2);
+        row("unknown key", refused, 1, refused, 1, "other");
+        row("no key", Status::InvalidLoginData, 0, Status::InvalidLoginData, 0, "none");
+        row("challenge expired before the answer", refused, 2, refused, 2, "demo", {}, 0, 0);
+        row("phase 1: 302", Status::ServiceUnavailable, 1, Status::Success, 2, "demo", {}, 302);
         // Spent by a useless challenge: once more refuses without sending.
-        QTest::newRow("phase 1: no challenge")
-            << "demo" << 0 << noChallenge << 60000 << Status::ServiceFailure << 1 << "" << Status::Busy << 0;
-        QTest::newRow("phase 1: a challenge for another key")
-            << "demo" << 0 << foreign << 60000 << Status::RequestFailed << 1
-            << "^Cannot decrypt: .*oaep decoding error$" << Status::Busy << 0;
+        row("phase 1: no challenge", Status::ServiceFailure, 1, Status::Busy, 0, "demo", R"({"id": "c-1"})");
+        row("phase 1: a challenge for another key", Status::RequestFailed, 1, Status::Busy, 0, "demo",
+            R"({"id": "c-1", "challenge": "AAECAwQF"})", 0, 60000, "^Cannot decrypt: .*oaep decoding error$");
         // Decrypted and sent back with an empty id, which the service knows nothing of.
-        QTest::newRow("phase 1: a challenge without id")
-            << "demo" << 0 << QByteArray("secret") << 60000 << refused << 2 << "" << Status::Success << 2;
+        row("phase 1: a challenge without id", refused, 2, Status::Success, 2, "demo", "secret");
     }
 
     void challenge()
