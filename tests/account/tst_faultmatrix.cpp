@@ -124,21 +124,6 @@ class TestFaultMatrix : public QObject
                                : QStringLiteral("changed ") + changed.join(QLatin1Char(' '));
     }
 
-    void login(Call call)
-    {
-        m_errors.clear();
-        if (call == Login) {
-            auto *password = new vn::account::CredentialAuthenticator(m_account.get());
-            AccountFixture::asAda(*password, true);
-            m_account->login(password);
-        } else {
-            auto *device = new vn::account::ChallengeResponseAuthenticator(m_account.get());
-            device->setPrivateKey(vn::crypto::PrivateKey(m_deviceKey));
-            device->setPersistent(true);
-            m_account->login(device);
-        }
-    }
-
     // Signed in as Ada with every record, or signed out, as the call needs.
     bool prepare(Call call)
     {
@@ -155,7 +140,7 @@ class TestFaultMatrix : public QObject
             return false;
         }
         if (signIn && m_account->status() == Account::Disconnected) {
-            login(Login);
+            start(Login);
         }
         if (!QTest::qWaitFor([&] {
                 return signIn ? m_account->consumer() && m_account->identity() && files() &&
@@ -192,23 +177,23 @@ class TestFaultMatrix : public QObject
 
     void start(Call call)
     {
-        switch (call) {
-        case Login:
-        case DeviceChallenge:
-        case DeviceAnswer:
-            login(call);
-            break;
-        case Logout:
-            m_errors.clear();
+        m_errors.clear();
+        if (call == Login) {
+            auto *password = new vn::account::CredentialAuthenticator(m_account.get());
+            AccountFixture::asAda(*password, true);
+            m_account->login(password);
+        } else if (call == DeviceChallenge || call == DeviceAnswer) {
+            auto *device = new vn::account::ChallengeResponseAuthenticator(m_account.get());
+            device->setPrivateKey(vn::crypto::PrivateKey(m_deviceKey));
+            device->setPersistent(true);
+            m_account->login(device);
+        } else if (call == Logout) {
             m_account->logout();
-            break;
-        case ServiceToken:
+        } else if (call == ServiceToken) {
             files()->enable();
-            break;
-        case EndLogin:
+        } else if (call == EndLogin) {
             m_logins->deleteLogin(m_otherLogin);
-            break;
-        case PasswordReset: {
+        } else if (call == PasswordReset) {
             auto *reset = new vn::account::PasswordReset(&m_engine);
             QQmlEngine::setContextForObject(reset, m_engine.rootContext());
             connect(reset, &vn::account::PasswordReset::finished, this, [this, reset](int status) {
@@ -217,11 +202,7 @@ class TestFaultMatrix : public QObject
             });
             reset->setEmail(AccountFixture::Ada);
             reset->requestReset();
-            break;
-        }
-        default:
-            break; // the refresh asks by itself
-        }
+        } // the refreshes ask by themselves
     }
 
     // What the call shows now; empty while its answer has not been handled.
@@ -418,11 +399,7 @@ private Q_SLOTS:
             start(Call(call));
         } else {
             // Two requests served as they are: the answer to the first has been handled.
-            played = Fault();
-            played.path = QStringLiteral("api/v1/") + QLatin1String(target.path);
-            played.method = target.method;
-            played.count = 2;
-            m_fixture.service.addFault(played);
+            m_fixture.addFault(QLatin1String(target.path), target.method, 0, 2);
             QTRY_VERIFY(m_fixture.service.faults().isEmpty());
         }
         QTRY_COMPARE_WITH_TIMEOUT(outcome(Call(call)), recovered, 10000);
