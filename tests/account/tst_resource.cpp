@@ -66,12 +66,11 @@ class TestResource : public QObject
     }
 
     // Credential records unsigned, without a chain: invalid, said so, and registered all the same.
-    Resource *createCredentials(AccountInstance &instance, const QString &type, const QJsonObject &payload)
+    Resource *createCredentials(AccountInstance &instance, const QJsonObject &payload)
     {
         QTest::ignoreMessage(QtCriticalMsg, "No issuer declared on resource r-1");
-        return Resource::create(
-            envelope("leaf", Absent, QStringLiteral("vantro.resource.%1Credentials").arg(type), payload),
-            instance.identity(), &instance);
+        return Resource::create(envelope("leaf", Absent, "vantro.resource.AuthorCredentials", payload),
+                                instance.identity(), &instance);
     }
 
     // The Authorization header that the server saw on a request to the realm.
@@ -257,27 +256,23 @@ private Q_SLOTS:
 
     void credentials_data()
     {
-        QTest::addColumn<QString>("type"); // vantro.resource.<type>Credentials
         QTest::addColumn<QJsonObject>("payload");
         QTest::addColumn<bool>("supported");    // an unsupported kind registers nothing and says so
         QTest::addColumn<QByteArray>("header"); // what a request to the realm carries
 
         const QJsonObject token{{"token", "db-token.42"}};
         const QByteArray bearer = "Bearer db-token.42";
-        QTest::newRow("author, bearer") << "Author" << credentialPayload("bearer", token) << true << bearer;
+        QTest::newRow("author, bearer") << credentialPayload("bearer", token) << true << bearer;
         const QJsonObject user{{"userName", "ada"}, {"password", "pä55:wörd"}};
-        QTest::newRow("basic") << "Author" << credentialPayload("basic", user) << true
+        QTest::newRow("basic") << credentialPayload("basic", user) << true
                                << QByteArray("Basic YWRhOnDDpDU1OnfDtnJk"); // ada:pä55:wörd in UTF-8
-        QTest::newRow("kind in other case")
-            << "Author" << credentialPayload("Bearer", token) << false << QByteArray();
+        QTest::newRow("kind in other case") << credentialPayload("Bearer", token) << false << QByteArray();
         // Registered for an empty host, which no request matches.
-        QTest::newRow("no realm") << "Author" << credentialPayload("bearer", token, Absent) << true
-                                  << QByteArray();
+        QTest::newRow("no realm") << credentialPayload("bearer", token, Absent) << true << QByteArray();
     }
 
     void credentials()
     {
-        QFETCH(QString, type);
         QFETCH(QJsonObject, payload);
         QFETCH(bool, supported);
         QFETCH(QByteArray, header);
@@ -286,7 +281,7 @@ private Q_SLOTS:
         if (!supported) {
             QTest::ignoreMessage(QtWarningMsg, "Unsupported credential type \"Bearer\" in resource \"r-1\"");
         }
-        Resource *resource = createCredentials(instance, type, payload);
+        Resource *resource = createCredentials(instance, payload);
         QCOMPARE(AuthorizationRegistry::instance()->count(), m_baseline + int(supported));
         QCOMPARE(authorizationSeen(), header);
         delete resource;
@@ -300,11 +295,10 @@ private Q_SLOTS:
         const QString consumerSecret = QStringLiteral("cs/secret+1");
         const QString tokenSecret = QStringLiteral("ts&secret 2");
         AccountInstance instance(vn::account::Account::profile());
-        createCredentials(instance, QStringLiteral("Author"),
-                          credentialPayload("oauth1", {{"consumerKey", "ck-catalogue"},
-                                                       {"consumerSecret", consumerSecret},
-                                                       {"token", "tk-ada"},
-                                                       {"tokenSecret", tokenSecret}}));
+        createCredentials(instance, credentialPayload("oauth1", {{"consumerKey", "ck-catalogue"},
+                                                                 {"consumerSecret", consumerSecret},
+                                                                 {"token", "tk-ada"},
+                                                                 {"tokenSecret", tokenSecret}}));
         QMap<QString, QString> parameters;
         auto pairs = QRegularExpression(QStringLiteral("(\\w+)=\"([^\"]*)\""))
                          .globalMatch(QString::fromLatin1(authorizationSeen()));
