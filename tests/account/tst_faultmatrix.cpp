@@ -135,11 +135,10 @@ class TestFaultMatrix : public QObject
         if (!signIn && m_account->status() == Account::Connected) {
             m_account->logout();
         }
-        if (signIn && m_account->status() != Account::Connected &&
-            !QTest::qWaitFor([this] { return m_account->status() == Account::Disconnected; })) {
-            return false;
-        }
-        if (signIn && m_account->status() == Account::Disconnected) {
+        if (signIn && m_account->status() != Account::Connected) {
+            if (!QTest::qWaitFor([this] { return m_account->status() == Account::Disconnected; })) {
+                return false;
+            }
             start(Login);
         }
         if (!QTest::qWaitFor([&] {
@@ -215,22 +214,16 @@ class TestFaultMatrix : public QObject
                                   : QMetaEnum::fromType<Account::Error>().valueToKey(m_errors.constLast());
         const bool busy =
             m_account->status() == Account::Connecting || m_account->status() == Account::Disconnecting;
+        const QObject *now = record(call);
         switch (call) {
-        case Login:
-        case DeviceChallenge:
-        case DeviceAnswer:
-        case Logout:
-            return busy ? QString() : status + QLatin1Char(' ') + error;
         case OnlineCheck:
             return state;
         case ConsumerUpdate:
         case IdentityUpdate:
-        case ResourceUpdate: {
-            const QObject *now = record(call);
+        case ResourceUpdate:
             return state + (now && now == m_before ? QStringLiteral(", kept")
                             : now                  ? QStringLiteral(", new")
                                                    : QStringLiteral(", none"));
-        }
         case ServiceToken: // every failure is logged
             return files()->status() == Service::Ready ? QStringLiteral("Ready")
                    : s_serviceFailures > 0             ? QStringLiteral("Pending")
@@ -245,8 +238,9 @@ class TestFaultMatrix : public QObject
                                                           : QString();
         case PasswordReset:
             return m_resetStatus < 0 ? QString() : QString::number(m_resetStatus);
+        default: // a login or the logout
+            return busy ? QString() : status + QLatin1Char(' ') + error;
         }
-        return QString();
     }
 
 private Q_SLOTS:
