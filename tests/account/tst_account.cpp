@@ -53,8 +53,8 @@ private Q_SLOTS:
 
     void cleanup() { m_fixture.service.clearFaults(); }
 
-    // How a login ends: the statuses it passes, its errors, what it keeps in the profile, and what a
-    // new Account restores from there once every Account is gone.
+    // How a login ends: the statuses it passes, its errors, the records it brings, what it keeps in
+    // the profile, and what a new Account restores from there once every Account is gone.
     void login_data()
     {
         QTest::addColumn<QString>("userName");
@@ -97,6 +97,13 @@ private Q_SLOTS:
         Errors reported;
         connect(account.get(), &Account::statusChanged, this, [&] { seen.append(account->status()); });
         connect(account.get(), &Account::error, this, [&](Account::Error error) { reported.append(error); });
+        QList<int> checksWhenOnline; // the login itself goes online, before any online check
+        connect(account.get(), &Account::onlineChanged, this, [&] {
+            if (account->isOnline()) {
+                checksWhenOnline.append(m_fixture.countRequests("GET", "/logins/current"));
+            }
+        });
+        m_fixture.service.clearJournal();
         vn::account::CredentialAuthenticator authenticator;
         authenticator.setUserName(userName);
         authenticator.setPassword(password);
@@ -109,8 +116,17 @@ private Q_SLOTS:
             QVERIFY(AccountFixture::isSignedOut(*account));
             return;
         }
-        // The refresh has saved what it is going to.
+        // The refresh has brought the service's records, from requests with the token, and saved
+        // what it is going to.
         QTRY_VERIFY(account->consumer() && account->identity() && !account->resourceList().isEmpty());
+        QCOMPARE(checksWhenOnline.value(0, -1), 0);
+        QVERIFY(account->session() && account->identity()->verifyChain());
+        QCOMPARE(account->resourceList().size(), 9);
+        const QByteArray bearer = "Bearer " + QByteArray(account->accessToken());
+        for (const auto &request : m_fixture.service.journal()) {
+            QCOMPARE(request.headers.value("authorization"),
+                     request.path == "/base/api/v1/authenticate" ? QByteArray() : bearer);
+        }
         QCOMPARE(AccountFixture::profileEntries() - AccountFixture::ClientIdentity, saved);
 
         account.reset();
@@ -146,30 +162,6 @@ private Q_SLOTS:
         QCOMPARE(errors, Errors({Account::AlreadyBusy, Account::NotLoggedIn, Account::AlreadyLoggedIn}));
         QCOMPARE(intruderFinished.size(), 0);
         signOut(first);
-    }
-
-    // A login brings the service's records, from requests with its token.
-    void connected()
-    {
-        Account account;
-        QList<int> checksWhenOnline; // the login itself goes online, before any online check
-        connect(&account, &Account::onlineChanged, this, [&] {
-            if (account.isOnline()) {
-                checksWhenOnline.append(m_fixture.countRequests("GET", "/logins/current"));
-            }
-        });
-        m_fixture.service.clearJournal();
-        QVERIFY(AccountFixture::connect(account, true));
-        QCOMPARE(checksWhenOnline.value(0, -1), 0);
-        QVERIFY(account.session());
-        QVERIFY(account.identity()->verifyChain());
-        QCOMPARE(account.resourceList().size(), 9);
-        const QByteArray bearer = "Bearer " + QByteArray(account.accessToken());
-        for (const auto &request : m_fixture.service.journal()) {
-            QCOMPARE(request.headers.value("authorization"),
-                     request.path == "/base/api/v1/authenticate" ? QByteArray() : bearer);
-        }
-        signOut(account);
     }
 
     // The same answers again keep identity and resources; offline, only the online check goes on.
