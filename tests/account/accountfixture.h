@@ -161,9 +161,8 @@ struct AccountFixture
                                          QIODevice *body) override
             {
                 QNetworkRequest redirected = request;
-                if (request.url() == vn::account::PasswordReset::url()) {
-                    redirected.setUrl(target);
-                }
+                redirected.setUrl(request.url() == vn::account::PasswordReset::url() ? target
+                                                                                     : request.url());
                 return QNetworkAccessManager::createRequest(operation, redirected, body);
             }
         };
