@@ -17,9 +17,7 @@
 #include <unistd.h>
 #include <variant>
 
-using vn::account::AccessToken;
-using vn::account::Account;
-using vn::account::Profile;
+using namespace vn::account;
 using vn::crypto::PrivateKey;
 
 namespace {

@@ -12,12 +12,7 @@
 
 #include <QtTest>
 
-using vn::account::AccessToken;
-using vn::account::AccountInstance;
-using vn::account::Consumer;
-using vn::account::JsonWebToken;
-using vn::account::Permission;
-using vn::account::Session;
+using namespace vn::account;
 
 using vn::test::jsonObject;
 

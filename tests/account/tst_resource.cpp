@@ -18,11 +18,7 @@
 
 #include <httplib.h>
 
-using vn::account::AccountIdentity;
-using vn::account::AccountInstance;
-using vn::account::Database;
-using vn::account::Identity;
-using vn::account::Resource;
+using namespace vn::account;
 using vn::network::AuthorizationRegistry;
 
 namespace {
