@@ -36,13 +36,7 @@ static QStringList credentials(const QJsonObject &payload)
 // The lines of a PEM text between its armour: each is key material.
 static QStringList pemLines(const QByteArray &pem)
 {
-    QStringList lines;
-    for (const QByteArray &line : pem.split('\n')) {
-        if (line.size() > 20 && !line.startsWith("-----")) {
-            lines.append(QString::fromLatin1(line));
-        }
-    }
-    return lines;
+    return QString::fromLatin1(pem).split(QLatin1Char('\n')).filter(QRegularExpression("^(?!-----).{21,}$"));
 }
 
 class TestLogScan : public QObject
