@@ -5,8 +5,7 @@
 #include <Vantro/getrequest.h>
 #include <VantroNetwork/authorizationregistry.h>
 
-using vn::account::Account;
-using vn::account::Service;
+using namespace vn::account;
 
 // Service ticks of 5 ms, token checks every 60 ms, the first retry after 5 ms.
 static constexpr double Pace = 0.001;
@@ -39,17 +38,12 @@ class TestService : public QObject
         return answer;
     }
 
-    // Signs in with the demo device key, which opens Ada's account with both demo services.
+    // Signs in as Ada, whose account holds both demo services.
     bool signIn()
     {
         m_authorizationsSignedOut = vn::network::AuthorizationRegistry::instance()->count();
-        vn::account::ChallengeResponseAuthenticator device;
-        device.loadPrivateKey(QUrl::fromLocalFile(QStringLiteral(DEMO_DEVICE_KEY)));
-        m_account->login(&device);
-        return QTest::qWaitFor([this] {
-            return service(QStringLiteral("demo-files")) && service(QStringLiteral("demo-reports")) &&
-                   m_account->consumer();
-        });
+        return AccountFixture::connect(*m_account, false) && service(QStringLiteral("demo-files")) &&
+               service(QStringLiteral("demo-reports"));
     }
 
 private Q_SLOTS:
@@ -58,7 +52,6 @@ private Q_SLOTS:
         QVERIFY(m_fixture.start(Pace));
         m_account = std::make_unique<Account>();
         QVERIFY(signIn());
-        QCOMPARE(m_account->consumer()->name(), QStringLiteral("Ada Lovelace"));
     }
 
     void cleanup()
