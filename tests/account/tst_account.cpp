@@ -5,8 +5,7 @@
 #include <VantroAccount/consumer.h>
 #include <VantroAccount/resource.h>
 
-using vn::account::Account;
-using vn::account::AccountInstance;
+using namespace vn::account;
 using Errors = QList<Account::Error>;
 using Statuses = QList<Account::Status>;
 

@@ -3,8 +3,7 @@
 
 #include "accountfixture.h"
 
-using vn::account::AbstractAuthenticator;
-using vn::account::ChallengeResponseAuthenticator;
+using namespace vn::account;
 using vn::crypto::PrivateKey;
 using Status = vn::account::AbstractAuthenticator::Status;
 using vn::test::jsonObject;
@@ -224,9 +223,8 @@ private Q_SLOTS:
     // The key is set once per key, whichever way it arrives; a file that opens no key changes nothing.
     void key()
     {
-        QTemporaryDir folder;
         const PrivateKey other(1, 2048);
-        QFile file(folder.filePath(QStringLiteral("other.pem")));
+        QFile file(m_fixture.folder.filePath(QStringLiteral("other.pem")));
         QVERIFY(file.open(QIODevice::WriteOnly) &&
                 file.write(other.toEncryptedPEM(QStringLiteral("sesame"))) > 0);
         file.close();

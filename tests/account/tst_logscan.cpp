@@ -9,8 +9,7 @@
 
 #include <cstdio>
 
-using vn::account::Account;
-using vn::account::Service;
+using namespace vn::account;
 
 static QStringList s_lines;
 
