@@ -1,8 +1,8 @@
 #pragma once
 
+#include "autotest_p.h"
 #include "demoscenario.h"
 #include "testjson.h"
-#include "timescale_p.h"
 
 #include <devservice.h>
 
@@ -11,15 +11,11 @@
 #include <VantroAccount/credentialauthenticator.h>
 #include <VantroAccount/passwordreset.h>
 #include <VantroAccount/profile.h>
+#include <VantroAccount/service.h>
 #include <VantroNetwork/networkaccessmanager.h>
 
-#include <QFile>
-#include <QJsonDocument>
-#include <QLoggingCategory>
 #include <QNetworkAccessManager>
 #include <QQmlNetworkAccessManagerFactory>
-#include <QSet>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <memory>
@@ -34,10 +30,6 @@ struct AccountFixture
     inline static const QString &AdaPassword = vn::test::demo::AdaPassword;
     /// What a sign-out leaves in the profile.
     inline static const QSet<QString> ClientIdentity{QStringLiteral("clientId"), QStringLiteral("clientKey")};
-    /// A fault status that drops the connection instead (Qt then sends the request once more).
-    static constexpr int Dropped = -1;
-    /// A fault status that serves the request with a body that is not JSON.
-    static constexpr int Malformed = -2;
 
     vn::devservice::DevService service;
     QTemporaryDir folder;
@@ -65,17 +57,53 @@ struct AccountFixture
         return true;
     }
 
+    /// Fills in Ada's name and password.
+    static void asAda(vn::account::CredentialAuthenticator &authenticator, bool persistent = false)
+    {
+        authenticator.setUserName(vn::test::demo::Ada);
+        authenticator.setPassword(vn::test::demo::AdaPassword);
+        authenticator.setPersistent(persistent);
+    }
+
     /// Logs in as Ada and waits until the refresh has brought consumer, identity and resources.
     static bool connect(vn::account::Account &account, bool persistent)
     {
         vn::account::CredentialAuthenticator authenticator;
-        authenticator.setUserName(vn::test::demo::Ada);
-        authenticator.setPassword(vn::test::demo::AdaPassword);
-        authenticator.setPersistent(persistent);
+        asAda(authenticator, persistent);
         account.login(&authenticator);
         return QTest::qWaitFor(
             [&] { return account.consumer() && account.identity() && !account.resourceList().isEmpty(); },
             10000);
+    }
+
+    /// Gives Ada one more login at the service, as another client of hers would.
+    static bool logInElsewhere()
+    {
+        vn::account::CredentialAuthenticator elsewhere;
+        asAda(elsewhere);
+        elsewhere.setNetwork(vn::network::NetworkAccessManager::sharedInstance());
+        QSignalSpy finished(&elsewhere, &vn::account::AbstractAuthenticator::finished);
+        elsewhere.start();
+        return finished.wait();
+    }
+
+    static QByteArray demoDeviceKey()
+    {
+        QFile file(QStringLiteral(DEMO_DEVICE_KEY));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+
+    /// The service resource of @p account named @p name, or null.
+    static vn::account::Service *findService(const vn::account::Account &account, const QString &name)
+    {
+        for (vn::account::Resource *resource :
+             account.findResources(QStringLiteral("vantro.resource.Service"))) {
+            if (auto *service = qobject_cast<vn::account::Service *>(resource);
+                service && service->name() == name) {
+                return service;
+            }
+        }
+        return nullptr;
     }
 
     /// Disconnected with nothing left: no data, no token, no profile entry but the client's identity.
@@ -93,16 +121,16 @@ struct AccountFixture
         return QSet<QString>(entries.cbegin(), entries.cend());
     }
 
-    /// The next @p count requests to "api/v1/" + @p path get @p status (0 serves them).
-    void addFault(const QString &path, const QByteArray &method, int status, int count = 1)
+    /// The next @p count requests to "api/v1/" + @p path get @p status (0 serves them) and @p body.
+    void addFault(const QString &path, const QByteArray &method, int status, int count = 1,
+                  const QByteArray &body = QByteArray())
     {
         vn::devservice::Fault fault;
         fault.path = QStringLiteral("api/v1/") + path;
         fault.method = method;
-        fault.status = qMax(status, 0);
-        fault.dropConnection = status == Dropped;
-        fault.malformedBody = status == Malformed;
-        fault.count = status == Dropped ? 2 * count : count;
+        fault.status = status;
+        fault.count = count;
+        fault.body = body;
         service.addFault(fault);
     }
 
@@ -113,6 +141,13 @@ struct AccountFixture
         return int(std::count_if(journal.cbegin(), journal.cend(), [&](const auto &request) {
             return request.method == method && request.path.endsWith(pathEnd);
         }));
+    }
+
+    /// Waits for @p count more online checks of the account, the account's clock.
+    bool waitOnlineChecks(int count) const
+    {
+        const int until = countRequests("GET", "/logins/current") + count;
+        return QTest::qWaitFor([&] { return countRequests("GET", "/logins/current") >= until; }, 10000);
     }
 
     /// Managers for a QML engine that send what goes to the password-reset address, which is fixed
@@ -126,9 +161,8 @@ struct AccountFixture
                                          QIODevice *body) override
             {
                 QNetworkRequest redirected = request;
-                if (request.url() == vn::account::PasswordReset::url()) {
-                    redirected.setUrl(target);
-                }
+                redirected.setUrl(request.url() == vn::account::PasswordReset::url() ? target
+                                                                                     : request.url());
                 return QNetworkAccessManager::createRequest(operation, redirected, body);
             }
         };

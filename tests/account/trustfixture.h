@@ -3,12 +3,7 @@
 #include <VantroCrypto/jsonsignature.h>
 #include <VantroCrypto/privatekey.h>
 
-#include <QFile>
-#include <QHash>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QTemporaryDir>
+#include <QtCore>
 
 // Signed account configurations and identity chains for tests. Only the development configuration
 // key, whose path comes from the build, makes a configuration that the library accepts.

@@ -1,22 +1,13 @@
 // The account core against the development service in-process, served below a base path.
 
 #include "accountfixture.h"
-#include "autotest_p.h"
 
-#include <Vantro/getrequest.h>
-#include <Vantro/patchrequest.h>
-#include <Vantro/postrequest.h>
 #include <VantroAccount/consumer.h>
 #include <VantroAccount/resource.h>
 
-#include <QAbstractEventDispatcher>
-#include <QScopeGuard>
-
-using vn::account::Account;
-using vn::account::AccountInstance;
+using namespace vn::account;
 using Errors = QList<Account::Error>;
 using Statuses = QList<Account::Status>;
-namespace demo = vn::test::demo;
 
 // The account's schedule two thousand times as fast: online checks every 15 ms, consumer every 300.
 static constexpr double FastPace = 0.0005;
@@ -31,28 +22,24 @@ class TestAccount : public QObject
     QString m_clientId;
     QByteArray m_clientKey;
 
+    // Ends the login at the service, with nothing left and the refresh stopped.
     void signOut(Account &account)
     {
+        QSignalSpy errors(&account, &Account::error);
+        m_fixture.service.clearJournal();
         account.logout();
         QTRY_VERIFY(AccountFixture::isSignedOut(account));
+        QCOMPARE(errors.size(), 0);
+        QCOMPARE(m_fixture.countRequests("DELETE", "/logins/current"), 1);
+        QVERIFY(QAbstractEventDispatcher::instance()
+                    ->registeredTimers(AccountInstance::shared().get())
+                    .isEmpty());
     }
 
 private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_fixture.start(FastPace, QStringLiteral("/base")));
-        // The service's own demo, with one forged resource among the nine genuine ones.
-        QFile demoFile(QStringLiteral(":/vantro-devservice/demo/scenario.json"));
-        QVERIFY(demoFile.open(QIODevice::ReadOnly));
-        QJsonObject document = QJsonDocument::fromJson(demoFile.readAll()).object();
-        QJsonArray resources = document.value(QLatin1String("resources")).toArray();
-        resources.append(QJsonObject{{"id", "0e3c7a52-4f0e-4c55-9a8e-6f2d1b7c9e01"},
-                                     {"type", "vantro.resource.Database"},
-                                     {"tampered", true}});
-        document.insert(QStringLiteral("resources"), resources);
-        QVERIFY(m_fixture.service.setScenario(
-            vn::devservice::Scenario::fromJson(document, QStringLiteral(":/vantro-devservice/demo"))));
-
         // A fresh profile: the client's identity is made here, and every later restore must find it.
         Account::profile().deleteEntry(QStringLiteral("clientId"));
         Account::profile().deleteEntry(QStringLiteral("clientKey"));
@@ -65,7 +52,8 @@ private Q_SLOTS:
 
     void cleanup() { m_fixture.service.clearFaults(); }
 
-    // How a login ends: the statuses it passes, its errors, and what it keeps in the profile.
+    // How a login ends: the statuses it passes, its errors, the records it brings, what it keeps in
+    // the profile, and what a new Account restores from there once every Account is gone.
     void login_data()
     {
         QTest::addColumn<QString>("userName");
@@ -74,19 +62,18 @@ private Q_SLOTS:
         QTest::addColumn<Account::Status>("status");
         QTest::addColumn<Errors>("errors");
         QTest::addColumn<QSet<QString>>("saved");
+        QTest::addColumn<int>("restored"); // resources
 
         const auto row = [](const char *name, const QString &user, const QString &password,
                             Account::Status status, const Errors &errors, bool persistent = true,
-                            const QSet<QString> &saved = {}) {
-            QTest::newRow(name) << user << password << persistent << status << errors << saved;
+                            const QSet<QString> &saved = {}, int restored = 0) {
+            QTest::newRow(name) << user << password << persistent << status << errors << saved << restored;
         };
         const QString ada = demo::Ada;
         const QString password = demo::AdaPassword;
-        row("persistent", ada, password, Account::Connected, {}, true, Saved);
+        row("persistent", ada, password, Account::Connected, {}, true, Saved, 9);
         row("this session only", ada, password, Account::Connected, {}, false);
         row("wrong password", ada, "wrong", Account::Disconnected, {Account::AuthenticationFailed});
-        row("impersonation refused", demo::Bob + ">>" + ada, demo::BobPassword, Account::Disconnected,
-            {Account::AuthenticationFailed});
         row("no user name", ">>", password, Account::Disconnected, {Account::InvalidLoginData});
     }
 
@@ -98,29 +85,60 @@ private Q_SLOTS:
         QFETCH(Account::Status, status);
         QFETCH(Errors, errors);
         QFETCH(QSet<QString>, saved);
+        QFETCH(int, restored);
 
         if (status == Account::Disconnected) {
             QTest::ignoreMessage(QtCriticalMsg,
                                  QRegularExpression("^Authentication failed with status [2-6]$"));
         }
-        Account account;
+        auto account = std::make_unique<Account>();
         Statuses seen;
         Errors reported;
-        connect(&account, &Account::statusChanged, this, [&] { seen.append(account.status()); });
-        connect(&account, &Account::error, this, [&](Account::Error error) { reported.append(error); });
+        connect(account.get(), &Account::statusChanged, this, [&] { seen.append(account->status()); });
+        connect(account.get(), &Account::error, this, [&](Account::Error error) { reported.append(error); });
+        QList<int> checksWhenOnline; // the login itself goes online, before any online check
+        connect(account.get(), &Account::onlineChanged, this, [&] {
+            if (account->isOnline()) {
+                checksWhenOnline.append(m_fixture.countRequests("GET", "/logins/current"));
+            }
+        });
+        m_fixture.service.clearJournal();
         vn::account::CredentialAuthenticator authenticator;
         authenticator.setUserName(userName);
         authenticator.setPassword(password);
         authenticator.setPersistent(persistent);
-        account.login(&authenticator);
+        account->login(&authenticator);
         QTRY_COMPARE(seen.size(), 2);
         QCOMPARE(seen, Statuses({Account::Connecting, status}));
         QCOMPARE(reported, errors);
-        if (status == Account::Connected) { // the refresh has saved what it is going to
-            QTRY_VERIFY(account.consumer() && account.identity() && !account.resourceList().isEmpty());
+        if (status == Account::Disconnected) {
+            QVERIFY(AccountFixture::isSignedOut(*account));
+            return;
+        }
+        // The refresh has brought the service's records, from requests with the token, and saved
+        // what it is going to.
+        QTRY_VERIFY(account->consumer() && account->identity() && !account->resourceList().isEmpty());
+        QCOMPARE(checksWhenOnline.value(0, -1), 0);
+        QVERIFY(account->session() && account->identity()->verifyChain());
+        QCOMPARE(account->resourceList().size(), 9);
+        const QByteArray bearer = "Bearer " + QByteArray(account->accessToken());
+        for (const auto &request : m_fixture.service.journal()) {
+            QCOMPARE(request.headers.value("authorization"),
+                     request.path == "/base/api/v1/authenticate" ? QByteArray() : bearer);
         }
         QCOMPARE(AccountFixture::profileEntries() - AccountFixture::ClientIdentity, saved);
-        signOut(account);
+
+        account.reset();
+        Account next;
+        QCOMPARE(next.clientId(), m_clientId);
+        QCOMPARE(next.clientKey().toPEM(), m_clientKey);
+        QCOMPARE(next.resourceList().size(), restored);
+        QCOMPARE(next.status() == Account::Connected && next.session() && next.consumer() &&
+                     next.identity() && next.identity()->verifyChain(),
+                 persistent);
+        if (persistent) {
+            signOut(next);
+        }
     }
 
     // A login under way refuses another login and a logout; a connected account, another login.
@@ -132,8 +150,7 @@ private Q_SLOTS:
         Errors errors;
         connect(&second, &Account::error, this, [&errors](Account::Error error) { errors.append(error); });
         vn::account::CredentialAuthenticator authenticator;
-        authenticator.setUserName(demo::Ada);
-        authenticator.setPassword(demo::AdaPassword);
+        AccountFixture::asAda(authenticator);
         first.login(&authenticator);
         vn::account::CredentialAuthenticator intruder;
         QSignalSpy intruderFinished(&intruder, &vn::account::AbstractAuthenticator::finished);
@@ -144,78 +161,6 @@ private Q_SLOTS:
         QCOMPARE(errors, Errors({Account::AlreadyBusy, Account::NotLoggedIn, Account::AlreadyLoggedIn}));
         QCOMPARE(intruderFinished.size(), 0);
         signOut(first);
-    }
-
-    // A login brings the service's records, the forged resource left out, from requests with its token.
-    void connected()
-    {
-        Account account;
-        QList<int> checksWhenOnline; // the login itself goes online, before any online check
-        connect(&account, &Account::onlineChanged, this, [&] {
-            if (account.isOnline()) {
-                checksWhenOnline.append(m_fixture.countRequests("GET", "/logins/current"));
-            }
-        });
-        m_fixture.service.clearJournal();
-        QVERIFY(AccountFixture::connect(account, true));
-        QCOMPARE(checksWhenOnline.value(0, -1), 0);
-        QVERIFY(account.session());
-        QVERIFY(account.identity()->verifyChain());
-        QCOMPARE(account.resourceList().size(), 9);
-        const QByteArray bearer = "Bearer " + QByteArray(account.accessToken());
-        for (const auto &request : m_fixture.service.journal()) {
-            QCOMPARE(request.headers.value("authorization"),
-                     request.path == "/base/api/v1/authenticate" ? QByteArray() : bearer);
-        }
-        signOut(account);
-    }
-
-    // Once every Account is gone, a new one restores the login from the profile, if it was kept.
-    void restore_data()
-    {
-        QTest::addColumn<bool>("persistent");
-        QTest::addColumn<Account::Status>("status");
-        QTest::addColumn<int>("resources");
-        QTest::newRow("persistent") << true << Account::Connected << 9;
-        QTest::newRow("this session only") << false << Account::Disconnected << 0;
-    }
-
-    void restore()
-    {
-        QFETCH(bool, persistent);
-        QFETCH(Account::Status, status);
-        QFETCH(int, resources);
-        {
-            Account account;
-            QVERIFY(AccountFixture::connect(account, persistent));
-        }
-        Account restored;
-        QCOMPARE(restored.clientId(), m_clientId);
-        QCOMPARE(restored.clientKey().toPEM(), m_clientKey);
-        QCOMPARE(restored.status(), status);
-        QCOMPARE(restored.resourceList().size(), resources);
-        QCOMPARE(restored.session() && restored.consumer() && restored.identity() &&
-                     restored.identity()->verifyChain(),
-                 persistent);
-        if (persistent) {
-            signOut(restored);
-        }
-    }
-
-    // A logout ends the login at the service and leaves the account signed out, its refresh stopped.
-    void logout()
-    {
-        Account account;
-        QVERIFY(AccountFixture::connect(account, true));
-        QSignalSpy errors(&account, &Account::error);
-        m_fixture.service.clearJournal();
-        account.logout();
-        QTRY_VERIFY(AccountFixture::isSignedOut(account));
-        QCOMPARE(errors.size(), 0);
-        QCOMPARE(m_fixture.countRequests("DELETE", "/logins/current"), 1);
-        const auto timers =
-            QAbstractEventDispatcher::instance()->registeredTimers(AccountInstance::shared().get());
-        QVERIFY(timers.isEmpty());
     }
 
     // The same answers again keep identity and resources; offline, only the online check goes on.
@@ -243,12 +188,9 @@ private Q_SLOTS:
         m_fixture.addFault(QStringLiteral("logins/current"), "GET", 503, 1000);
         QTRY_VERIFY(!onlineChanged.isEmpty());
         // Ten checks for any request under way to arrive, then sixty (900 ms, past every refresh).
-        const auto checks = [this](int count) {
-            m_fixture.service.clearJournal();
-            return QTest::qWaitFor([&] { return m_fixture.countRequests("GET", "/logins/current") >= count; },
-                                   10000);
-        };
-        QVERIFY(checks(10) && checks(60));
+        QVERIFY(m_fixture.waitOnlineChecks(10));
+        m_fixture.service.clearJournal();
+        QVERIFY(m_fixture.waitOnlineChecks(60));
         QCOMPARE(account.status(), Account::Connected);
         QVERIFY(!account.isOnline());
         QCOMPARE(m_fixture.service.journal().size(), m_fixture.countRequests("GET", "/logins/current"));

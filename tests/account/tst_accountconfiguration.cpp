@@ -6,8 +6,6 @@
 #include <VantroAccount/accountconfiguration.h>
 #include <VantroAccount/rootidentity.h>
 
-#include <QProcess>
-#include <QResource>
 #include <QtTest>
 
 #include <cstdio>

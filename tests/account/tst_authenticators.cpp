@@ -3,8 +3,7 @@
 
 #include "accountfixture.h"
 
-using vn::account::AbstractAuthenticator;
-using vn::account::ChallengeResponseAuthenticator;
+using namespace vn::account;
 using vn::crypto::PrivateKey;
 using Status = vn::account::AbstractAuthenticator::Status;
 using vn::test::jsonObject;
@@ -20,24 +19,26 @@ class TestAuthenticators : public QObject
     vn::account::CredentialAuthenticator m_authenticator;
     PrivateKey m_demoKey;
 
-    // Starts a login with @p key ("demo", "other" or "none"), phase 1 answered with @p fault, @p answer.
-    void start(ChallengeResponseAuthenticator &authenticator, const QString &key, int fault,
-               const QByteArray &answer)
+    // Sends with the shared network, the host info and a persistent login.
+    static void setUp(AbstractAuthenticator &authenticator)
     {
         authenticator.setNetwork(vn::network::NetworkAccessManager::sharedInstance());
         authenticator.setHostInfo(HostInfo);
         authenticator.setPersistent(true);
+    }
+
+    // Starts a login with @p key ("demo", "other" or "none"), phase 1 answered with @p fault, @p answer.
+    void start(ChallengeResponseAuthenticator &authenticator, const QString &key, int fault,
+               const QByteArray &answer)
+    {
+        setUp(authenticator);
         if (key != QLatin1String("none")) {
             authenticator.setPrivateKey(key == QLatin1String("demo") ? m_demoKey : PrivateKey(1, 2048));
         }
-        vn::devservice::Fault phaseOne;
-        phaseOne.path = QStringLiteral("api/v1/authenticate");
-        phaseOne.status = fault;
-        phaseOne.body = answer != "secret"
-                            ? answer
-                            : "{\"challenge\": \"" + m_demoKey.publicKey().encrypt(Secret).toBase64() + "\"}";
         if (fault || !answer.isEmpty()) {
-            m_fixture.service.addFault(phaseOne);
+            const QByteArray secret = m_demoKey.publicKey().encrypt(Secret).toBase64();
+            m_fixture.addFault("authenticate", "POST", fault, 1,
+                               answer == "secret" ? "{\"challenge\": \"" + secret + "\"}" : answer);
         }
         authenticator.start();
     }
@@ -46,12 +47,8 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_fixture.start(1.0));
-        m_authenticator.setNetwork(vn::network::NetworkAccessManager::sharedInstance());
-        m_authenticator.setHostInfo(HostInfo);
-        m_authenticator.setPersistent(true);
-        QFile file(QStringLiteral(DEMO_DEVICE_KEY));
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        m_demoKey = PrivateKey(file.readAll());
+        setUp(m_authenticator);
+        m_demoKey = PrivateKey(AccountFixture::demoDeviceKey());
         QVERIFY(m_demoKey.isValid());
     }
 
@@ -67,27 +64,22 @@ private Q_SLOTS:
         QTest::addColumn<QString>("userName");
         QTest::addColumn<int>("fault");
         QTest::addColumn<Status>("status");
-        QTest::addColumn<bool>("success");
         QTest::addColumn<QString>("user");
         QTest::addColumn<QString>("target");
 
+        const auto row = [](const char *name, const QString &userName, Status status, const QString &user,
+                            const QString &target = QString(), int fault = 0) {
+            QTest::newRow(name) << userName << fault << status << user << target;
+        };
         const QString ada = demo::Ada;
         const QString bob = demo::Bob;
-        QTest::newRow("both trimmed")
-            << "  ada@example.com  >>  bob@example.com " << 0 << Status::Success << true << ada << bob;
-        QTest::newRow("empty user dropped")
-            << ">>ada@example.com" << 0 << Status::Success << true << ada << "";
-        QTest::newRow("empty target dropped")
-            << "ada@example.com>>" << 0 << Status::Success << true << ada << "";
-        QTest::newRow("third ignored")
-            << "ada@example.com>>bob@example.com>>carol" << 0 << Status::Success << true << ada << bob;
-        QTest::newRow("unknown user")
-            << "eve@example.com" << 0 << Status::AuthenticationFailed << false << "eve@example.com"
-            << "";
-        QTest::newRow("impersonation refused")
-            << "ada@example.com>>eve" << 0 << Status::AuthenticationFailed << false << ada << "eve";
-        QTest::newRow("204") << ada << 204 << Status::ServiceUnavailable << false << ada << "";
-        QTest::newRow("400") << ada << 400 << Status::RequestFailed << false << ada << "";
+        row("both trimmed", "  ada@example.com  >>  bob@example.com ", Status::Success, ada, bob);
+        row("empty user dropped", ">>ada@example.com", Status::Success, ada);
+        row("empty target dropped", "ada@example.com>>", Status::Success, ada);
+        row("third ignored", "ada@example.com>>bob@example.com>>carol", Status::Success, ada, bob);
+        row("impersonation refused", "ada@example.com>>eve", Status::AuthenticationFailed, ada, "eve");
+        row("204", ada, Status::ServiceUnavailable, ada, "", 204);
+        row("400", ada, Status::RequestFailed, ada, "", 400);
     }
 
     void credentials()
@@ -95,7 +87,6 @@ private Q_SLOTS:
         QFETCH(QString, userName);
         QFETCH(int, fault);
         QFETCH(Status, status);
-        QFETCH(bool, success);
         QFETCH(QString, user);
         QFETCH(QString, target);
 
@@ -108,6 +99,7 @@ private Q_SLOTS:
         m_authenticator.start();
         QTRY_COMPARE(finished.size(), 1);
         QCOMPARE(finished.at(0).at(0).value<Status>(), status);
+        const bool success = status == Status::Success;
         QCOMPARE(finished.at(0).at(1).value<vn::account::AccessToken>().isValid(), success);
         QCOMPARE(m_authenticator.password().isEmpty(), success);
         QJsonObject body = jsonObject("{'authType': 'credentials', 'password': 'ada-demo-password', "
@@ -119,35 +111,22 @@ private Q_SLOTS:
         QCOMPARE(QJsonDocument::fromJson(m_fixture.service.journal().at(0).body).object(), body);
     }
 
-    // A start while one runs is refused and leaves it undisturbed; one without a user name sends nothing.
-    void refusedStart_data()
+    // A start while one runs is refused and leaves it undisturbed (one without a user name: tst_account).
+    void startWhileBusy()
     {
-        QTest::addColumn<QString>("userName");
-        QTest::addColumn<QList<Status>>("statuses");
-        QTest::addColumn<int>("requests");
-        QTest::newRow("while busy") << demo::Ada << QList<Status>{Status::Busy, Status::Success} << 1;
-        QTest::newRow("separators only")
-            << ">>>>" << QList<Status>{Status::InvalidLoginData, Status::InvalidLoginData} << 0;
-    }
-
-    void refusedStart()
-    {
-        QFETCH(QString, userName);
-        QFETCH(QList<Status>, statuses);
-        QFETCH(int, requests);
-
         m_fixture.service.clearJournal();
-        m_authenticator.setUserName(userName);
+        m_authenticator.setUserName(demo::Ada);
         m_authenticator.setPassword(demo::AdaPassword);
         QList<Status> finished;
         connect(&m_authenticator, &AbstractAuthenticator::finished, this,
                 [&finished](Status status) { finished.append(status); });
         m_authenticator.start();
         m_authenticator.start();
-        QTRY_COMPARE(finished, statuses);
-        QCOMPARE(m_fixture.service.journal().size(), requests);
+        QTRY_COMPARE(finished, QList<Status>({Status::Busy, Status::Success}));
+        QCOMPARE(m_fixture.service.journal().size(), 1);
         disconnect(&m_authenticator, nullptr, this, nullptr);
     }
+
     // "answer": phase 1's answer ("secret": the known challenge, without an "id"); "logged": a critical line.
     void challenge_data()
     {
@@ -155,29 +134,28 @@ private Q_SLOTS:
         QTest::addColumn<int>("fault");
         QTest::addColumn<QByteArray>("answer");
         QTest::addColumn<int>("challengeLifetime");
-        QTest::addColumn<Status>("status");
-        QTest::addColumn<int>("requests");
         QTest::addColumn<QString>("logged");
+        QTest::addColumn<QList<Status>>("statuses"); // of a start, then of a second one
+        QTest::addColumn<QList<int>>("sent");        // requests of each
 
-        const QByteArray none;
-        const QByteArray noChallenge(R"({"id": "c-1"})");
-        const QByteArray foreign(R"({"id": "c-1", "challenge": "AAECAwQF"})");
+        const auto row = [](const char *name, const QList<Status> &statuses, const QList<int> &sent,
+                            const char *key = "demo", const QByteArray &answer = {}, int fault = 0,
+                            int lifetime = 60000, const char *logged = "") {
+            QTest::newRow(name) << key << fault << answer << lifetime << logged << statuses << sent;
+        };
         const Status refused = Status::AuthenticationFailed;
-        QTest::newRow("demo key") << "demo" << 0 << none << 60000 << Status::Success << 2 << "";
-        QTest::newRow("unknown key") << "other" << 0 << none << 60000 << refused << 1 << "";
-        QTest::newRow("no key") << "none" << 0 << none << 60000 << Status::InvalidLoginData << 0 << "";
-        QTest::newRow("challenge expired before the answer")
-            << "demo" << 0 << none << 0 << refused << 2 << "";
-        QTest::newRow("phase 1: 302")
-            << "demo" << 302 << none << 60000 << Status::ServiceUnavailable << 1 << "";
-        QTest::newRow("phase 1: no challenge")
-            << "demo" << 0 << noChallenge << 60000 << Status::ServiceFailure << 1 << "";
-        QTest::newRow("phase 1: a challenge for another key")
-            << "demo" << 0 << foreign << 60000 << Status::RequestFailed << 1
-            << "^Cannot decrypt: .*oaep decoding error$";
+        row("demo key", {Status::Success, Status::Success}, {2, 2});
+        row("unknown key", {refused, refused}, {1, 1}, "other");
+        row("no key", {Status::InvalidLoginData, Status::InvalidLoginData}, {0, 0}, "none");
+        row("challenge expired before the answer", {refused, refused}, {2, 2}, "demo", {}, 0, 0);
+        row("phase 1: 302", {Status::ServiceUnavailable, Status::Success}, {1, 2}, "demo", {}, 302);
+        // Spent by a useless challenge: once more refuses without sending.
+        row("phase 1: no challenge", {Status::ServiceFailure, Status::Busy}, {1, 0}, "demo",
+            R"({"id": "c-1"})");
+        row("phase 1: a challenge for another key", {Status::RequestFailed, Status::Busy}, {1, 0}, "demo",
+            R"({"id": "c-1", "challenge": "AAECAwQF"})", 0, 60000, "^Cannot decrypt: .*oaep decoding error$");
         // Decrypted and sent back with an empty id, which the service knows nothing of.
-        QTest::newRow("phase 1: a challenge without id")
-            << "demo" << 0 << QByteArray("secret") << 60000 << refused << 2 << "";
+        row("phase 1: a challenge without id", {refused, Status::Success}, {2, 2}, "demo", "secret");
     }
 
     void challenge()
@@ -186,9 +164,9 @@ private Q_SLOTS:
         QFETCH(int, fault);
         QFETCH(QByteArray, answer);
         QFETCH(int, challengeLifetime);
-        QFETCH(Status, status);
-        QFETCH(int, requests);
         QFETCH(QString, logged);
+        QFETCH(QList<Status>, statuses);
+        QFETCH(QList<int>, sent);
 
         if (!logged.isEmpty()) {
             QTest::ignoreMessage(QtCriticalMsg, QRegularExpression(logged));
@@ -199,19 +177,19 @@ private Q_SLOTS:
         m_fixture.service.clearJournal();
         start(authenticator, key, fault, answer);
         QTRY_COMPARE(finished.size(), 1);
-        QCOMPARE(finished.at(0).at(0).value<Status>(), status);
-        QCOMPARE(finished.at(0).at(1).value<vn::account::AccessToken>().isValid(), status == Status::Success);
+        QCOMPARE(finished.at(0).at(0).value<Status>(), statuses.at(0));
+        QCOMPARE(finished.at(0).at(1).value<AccessToken>().isValid(), statuses.at(0) == Status::Success);
 
         const auto journal = m_fixture.service.journal();
-        QCOMPARE(journal.size(), requests);
-        if (requests >= 1) { // the question names the key and nothing else
+        QCOMPARE(journal.size(), sent.at(0));
+        if (sent.at(0) >= 1) { // the question names the key and nothing else
             const QString fingerprint =
                 authenticator.privateKey().fingerPrint(QCryptographicHash::Sha256).toBase64();
             QJsonObject question = jsonObject("{'authType': 'challenge-response', 'phase': 'challenge'}");
             question.insert(QStringLiteral("fingerprint"), fingerprint);
             QCOMPARE(QJsonDocument::fromJson(journal.at(0).body).object(), question);
         }
-        if (requests == 2) {
+        if (sent.at(0) == 2) {
             QJsonObject response = QJsonDocument::fromJson(journal.at(1).body).object();
             const QJsonValue challenge = response.take(QStringLiteral("challenge"));
             const QJsonValue id = response.take(QStringLiteral("challengeId"));
@@ -223,48 +201,26 @@ private Q_SLOTS:
                 QCOMPARE(challenge, QString::fromLatin1(Secret.toBase64()));
             }
         }
-    }
 
-    // Once more: an authenticator spent by a useless challenge refuses without sending.
-    void spent_data()
-    {
-        QTest::addColumn<QByteArray>("answer");
-        QTest::addColumn<Status>("status");
-        QTest::addColumn<int>("requests"); // its own and those of another login after it
-        QTest::newRow("after a login") << QByteArray() << Status::Success << 4;
-        QTest::newRow("after no challenge") << QByteArray(R"({"id": "c-1"})") << Status::Busy << 2;
-        QTest::newRow("after a challenge for another key")
-            << QByteArray(R"({"id": "c-1", "challenge": "AAECAwQF"})") << Status::Busy << 2;
-    }
-
-    void spent()
-    {
-        QFETCH(QByteArray, answer);
-        QFETCH(Status, status);
-        QFETCH(int, requests);
-        ChallengeResponseAuthenticator authenticator;
-        QSignalSpy finished(&authenticator, &AbstractAuthenticator::finished);
-        start(authenticator, QStringLiteral("demo"), 0, answer);
-        QTRY_COMPARE(finished.size(), 1);
+        // Once more, then another login, by whose end whatever the first sent has arrived.
         m_fixture.service.clearFaults();
         m_fixture.service.clearJournal();
         authenticator.start();
         QTRY_COMPARE(finished.size(), 2);
-        QCOMPARE(finished.at(1).at(0).value<Status>(), status);
-        // A login of another authenticator after it: what the first sent has arrived by its end.
+        QCOMPARE(finished.at(1).at(0).value<Status>(), statuses.at(1));
+        m_fixture.service.setChallengeLifetime(vn::devservice::DevService::DefaultChallengeLifetime);
         ChallengeResponseAuthenticator other;
         QSignalSpy otherFinished(&other, &AbstractAuthenticator::finished);
         start(other, QStringLiteral("demo"), 0, QByteArray());
         QTRY_COMPARE(otherFinished.size(), 1);
-        QCOMPARE(m_fixture.service.journal().size(), requests);
+        QCOMPARE(m_fixture.service.journal().size(), sent.at(1) + 2);
     }
 
     // The key is set once per key, whichever way it arrives; a file that opens no key changes nothing.
     void key()
     {
-        QTemporaryDir folder;
         const PrivateKey other(1, 2048);
-        QFile file(folder.filePath(QStringLiteral("other.pem")));
+        QFile file(m_fixture.folder.filePath(QStringLiteral("other.pem")));
         QVERIFY(file.open(QIODevice::WriteOnly) &&
                 file.write(other.toEncryptedPEM(QStringLiteral("sesame"))) > 0);
         file.close();

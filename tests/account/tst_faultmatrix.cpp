@@ -3,24 +3,12 @@
 // rows are the matrix; the test body is one.
 
 #include "accountfixture.h"
-#include "timescale_p.h"
 
 #include <Vantro/request.h>
-#include <VantroAccount/challengeresponseauthenticator.h>
 #include <VantroAccount/consumer.h>
-#include <VantroAccount/credentialauthenticator.h>
 #include <VantroAccount/loginlistmodel.h>
-#include <VantroAccount/passwordreset.h>
-#include <VantroAccount/profile.h>
-#include <VantroAccount/resource.h>
-#include <VantroAccount/service.h>
-#include <VantroNetwork/networkaccessmanager.h>
 
-#include <QFile>
-#include <QMetaEnum>
-#include <QPointer>
 #include <QQmlEngine>
-#include <QtTest>
 
 using vn::account::Account;
 using vn::account::LoginListModel;
@@ -101,31 +89,15 @@ class TestFaultMatrix : public QObject
     int m_rowsBefore = 0;
     QPointer<QObject> m_before; // the record the refresh under test would replace
 
-    Service *files() const
-    {
-        for (vn::account::Resource *resource :
-             m_account->findResources(QStringLiteral("vantro.resource.Service"))) {
-            if (auto *service = qobject_cast<Service *>(resource);
-                service && service->name() == "demo-files") {
-                return service;
-            }
-        }
-        return nullptr;
-    }
+    Service *files() const { return AccountFixture::findService(*m_account, QStringLiteral("demo-files")); }
 
     // The object that a refresh of @p call replaces when it succeeds.
     QObject *record(Call call) const
     {
-        switch (call) {
-        case ConsumerUpdate:
-            return m_account->consumer();
-        case IdentityUpdate:
-            return m_account->identity();
-        case ResourceUpdate:
-            return m_account->resourceList().value(0);
-        default:
-            return nullptr;
-        }
+        return call == ConsumerUpdate   ? static_cast<QObject *>(m_account->consumer())
+               : call == IdentityUpdate ? static_cast<QObject *>(m_account->identity())
+               : call == ResourceUpdate ? m_account->resourceList().value(0)
+                                        : nullptr;
     }
 
     static QMap<QString, QByteArray> profile()
@@ -140,36 +112,16 @@ class TestFaultMatrix : public QObject
     static QString profileChange(const QMap<QString, QByteArray> &before,
                                  const QMap<QString, QByteArray> &after)
     {
-        if (after == before) {
-            return QStringLiteral("kept");
-        }
-        if (QSet<QString>(after.keyBegin(), after.keyEnd()) == AccountFixture::ClientIdentity) {
-            return QStringLiteral("wiped");
-        }
         QStringList changed;
         for (const QString &entry : before.keys() + after.keys()) {
             if (before.value(entry) != after.value(entry) && !changed.contains(entry)) {
                 changed.append(entry);
             }
         }
-        return QStringLiteral("changed ") + changed.join(QLatin1Char(' '));
-    }
-
-    void login(Call call)
-    {
-        m_errors.clear();
-        if (call == Login) {
-            auto *password = new vn::account::CredentialAuthenticator(m_account.get());
-            password->setUserName(AccountFixture::Ada);
-            password->setPassword(AccountFixture::AdaPassword);
-            password->setPersistent(true);
-            m_account->login(password);
-        } else {
-            auto *device = new vn::account::ChallengeResponseAuthenticator(m_account.get());
-            device->setPrivateKey(vn::crypto::PrivateKey(m_deviceKey));
-            device->setPersistent(true);
-            m_account->login(device);
-        }
+        const bool wiped = QSet<QString>(after.keyBegin(), after.keyEnd()) == AccountFixture::ClientIdentity;
+        return after == before ? QStringLiteral("kept")
+               : wiped         ? QStringLiteral("wiped")
+                               : QStringLiteral("changed ") + changed.join(QLatin1Char(' '));
     }
 
     // Signed in as Ada with every record, or signed out, as the call needs.
@@ -183,12 +135,11 @@ class TestFaultMatrix : public QObject
         if (!signIn && m_account->status() == Account::Connected) {
             m_account->logout();
         }
-        if (signIn && m_account->status() != Account::Connected &&
-            !QTest::qWaitFor([this] { return m_account->status() == Account::Disconnected; })) {
-            return false;
-        }
-        if (signIn && m_account->status() == Account::Disconnected) {
-            login(Login);
+        if (signIn && m_account->status() != Account::Connected) {
+            if (!QTest::qWaitFor([this] { return m_account->status() == Account::Disconnected; })) {
+                return false;
+            }
+            start(Login);
         }
         if (!QTest::qWaitFor([&] {
                 return signIn ? m_account->consumer() && m_account->identity() && files() &&
@@ -200,16 +151,9 @@ class TestFaultMatrix : public QObject
         if (call == ServiceToken) {
             files()->disable();
         } else if (call == LoginList || call == EndLogin) {
-            if (call == EndLogin && m_fixture.service.logins().size() < 2) {
-                vn::account::CredentialAuthenticator elsewhere;
-                elsewhere.setUserName(AccountFixture::Ada);
-                elsewhere.setPassword(AccountFixture::AdaPassword);
-                elsewhere.setNetwork(vn::network::NetworkAccessManager::sharedInstance());
-                QSignalSpy finished(&elsewhere, &vn::account::AbstractAuthenticator::finished);
-                elsewhere.start();
-                if (!finished.wait()) {
-                    return false;
-                }
+            if (call == EndLogin && m_fixture.service.logins().size() < 2 &&
+                !AccountFixture::logInElsewhere()) {
+                return false;
             }
             // Polls at the real pace for a delete, so that no new list replaces the row it ends.
             vn::account::TimeScale::setFactor(call == EndLogin ? 1 : FastPace);
@@ -232,23 +176,23 @@ class TestFaultMatrix : public QObject
 
     void start(Call call)
     {
-        switch (call) {
-        case Login:
-        case DeviceChallenge:
-        case DeviceAnswer:
-            login(call);
-            break;
-        case Logout:
-            m_errors.clear();
+        m_errors.clear();
+        if (call == Login) {
+            auto *password = new vn::account::CredentialAuthenticator(m_account.get());
+            AccountFixture::asAda(*password, true);
+            m_account->login(password);
+        } else if (call == DeviceChallenge || call == DeviceAnswer) {
+            auto *device = new vn::account::ChallengeResponseAuthenticator(m_account.get());
+            device->setPrivateKey(vn::crypto::PrivateKey(m_deviceKey));
+            device->setPersistent(true);
+            m_account->login(device);
+        } else if (call == Logout) {
             m_account->logout();
-            break;
-        case ServiceToken:
+        } else if (call == ServiceToken) {
             files()->enable();
-            break;
-        case EndLogin:
+        } else if (call == EndLogin) {
             m_logins->deleteLogin(m_otherLogin);
-            break;
-        case PasswordReset: {
+        } else if (call == PasswordReset) {
             auto *reset = new vn::account::PasswordReset(&m_engine);
             QQmlEngine::setContextForObject(reset, m_engine.rootContext());
             connect(reset, &vn::account::PasswordReset::finished, this, [this, reset](int status) {
@@ -257,44 +201,29 @@ class TestFaultMatrix : public QObject
             });
             reset->setEmail(AccountFixture::Ada);
             reset->requestReset();
-            break;
-        }
-        default:
-            break; // the refresh asks by itself
-        }
+        } // the refreshes ask by themselves
     }
 
     // What the call shows now; empty while its answer has not been handled.
     QString outcome(Call call) const
     {
-        const auto name = [](const char *enumerator, int value) {
-            const QMetaObject &meta = Account::staticMetaObject;
-            return QString::fromLatin1(meta.enumerator(meta.indexOfEnumerator(enumerator)).valueToKey(value));
-        };
-        const QString state =
-            name("Status", m_account->status()) +
-            (m_account->isOnline() ? QStringLiteral(" online") : QStringLiteral(" offline"));
+        const QString status = QMetaEnum::fromType<Account::Status>().valueToKey(m_account->status());
+        const QString state = status + (m_account->isOnline() ? " online" : " offline");
+        const QString error = m_errors.isEmpty()
+                                  ? "NoError"
+                                  : QMetaEnum::fromType<Account::Error>().valueToKey(m_errors.constLast());
         const bool busy =
             m_account->status() == Account::Connecting || m_account->status() == Account::Disconnecting;
+        const QObject *now = record(call);
         switch (call) {
-        case Login:
-        case DeviceChallenge:
-        case DeviceAnswer:
-        case Logout:
-            return busy ? QString()
-                        : name("Status", m_account->status()) + QLatin1Char(' ') +
-                              (m_errors.isEmpty() ? QStringLiteral("NoError")
-                                                  : name("Error", m_errors.constLast()));
         case OnlineCheck:
             return state;
         case ConsumerUpdate:
         case IdentityUpdate:
-        case ResourceUpdate: {
-            const QObject *now = record(call);
+        case ResourceUpdate:
             return state + (now && now == m_before ? QStringLiteral(", kept")
                             : now                  ? QStringLiteral(", new")
                                                    : QStringLiteral(", none"));
-        }
         case ServiceToken: // every failure is logged
             return files()->status() == Service::Ready ? QStringLiteral("Ready")
                    : s_serviceFailures > 0             ? QStringLiteral("Pending")
@@ -309,8 +238,9 @@ class TestFaultMatrix : public QObject
                                                           : QString();
         case PasswordReset:
             return m_resetStatus < 0 ? QString() : QString::number(m_resetStatus);
+        default: // a login or the logout
+            return busy ? QString() : status + QLatin1Char(' ') + error;
         }
-        return QString();
     }
 
 private Q_SLOTS:
@@ -318,9 +248,7 @@ private Q_SLOTS:
     {
         QVERIFY(m_fixture.start(FastPace));
         s_previousHandler = qInstallMessageHandler(quietLibrary);
-        QFile key(QStringLiteral(DEMO_DEVICE_KEY));
-        QVERIFY(key.open(QIODevice::ReadOnly));
-        m_deviceKey = key.readAll();
+        m_deviceKey = AccountFixture::demoDeviceKey();
         m_resetNetwork = m_fixture.resetRedirect();
         m_engine.setNetworkAccessManagerFactory(m_resetNetwork.get());
         m_engine.networkAccessManager()->setTransferTimeout(TransferTimeout);
@@ -348,70 +276,65 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("call");
         QTest::addColumn<QString>("fault");
-        QTest::addColumn<QString>("expected");
-        QTest::addColumn<QString>("profile");
+        QTest::addColumn<QString>("expected"); // "outcome | profile"
         QTest::addColumn<QString>("recovered");
-        const auto rows = [](Call call, const char *recovered, const QList<QStringList> &cells) {
-            for (const QStringList &cell : cells) {
-                for (const QString &fault : cell.at(0).split(QLatin1Char(' '))) {
+        // A cell: "faults | outcome | profile".
+        const auto rows = [](Call call, const char *recovered, const QStringList &cells) {
+            for (const QString &cell : cells) {
+                for (const QString &fault :
+                     cell.section(QStringLiteral(" | "), 0, 0).split(QLatin1Char(' '))) {
                     const QByteArray name = QByteArray(Paths[call].name) + ": " + fault.toLatin1();
                     QTest::newRow(name.constData())
-                        << int(call) << fault << cell.at(1) << cell.at(2) << recovered;
+                        << int(call) << fault << cell.section(QStringLiteral(" | "), 1) << recovered;
                 }
             }
         };
         // A failed login leaves the signed-out profile as it was.
         rows(Login, "Connected NoError",
-             {{"500 503", "Disconnected ServiceFailure", "kept"},
-              {"401 403 404 malformed shape", "Disconnected AuthenticationFailed", "kept"},
-              {"dropped cut silent oversized", "Disconnected ServiceUnavailable", "kept"}});
+             {"500 503 | Disconnected ServiceFailure | kept",
+              "401 403 404 malformed shape | Disconnected AuthenticationFailed | kept",
+              "dropped cut silent oversized | Disconnected ServiceUnavailable | kept"});
         // A challenge answer without a challenge is the service's failure.
         rows(DeviceChallenge, "Connected NoError",
-             {{"500 503 malformed shape", "Disconnected ServiceFailure", "kept"},
-              {"401 403 404", "Disconnected AuthenticationFailed", "kept"},
-              {"dropped cut silent oversized", "Disconnected ServiceUnavailable", "kept"}});
+             {"500 503 malformed shape | Disconnected ServiceFailure | kept",
+              "401 403 404 | Disconnected AuthenticationFailed | kept",
+              "dropped cut silent oversized | Disconnected ServiceUnavailable | kept"});
         rows(DeviceAnswer, "Connected NoError",
-             {{"500 503", "Disconnected ServiceFailure", "kept"},
-              {"401 403 404 malformed shape", "Disconnected AuthenticationFailed", "kept"},
-              {"dropped cut silent oversized", "Disconnected ServiceUnavailable", "kept"}});
+             {"500 503 | Disconnected ServiceFailure | kept",
+              "401 403 404 malformed shape | Disconnected AuthenticationFailed | kept",
+              "dropped cut silent oversized | Disconnected ServiceUnavailable | kept"});
         // Only a 401 of the online check ends the login; a 200 that does not read still says online.
         rows(OnlineCheck, "Connected online",
-             {{"500 503 403 404 dropped cut silent oversized", "Connected offline", "kept"},
-              {"401", "Disconnected offline", "wiped"},
-              {"malformed shape", "Connected online", "kept"}});
+             {"500 503 403 404 dropped cut silent oversized | Connected offline | kept",
+              "401 | Disconnected offline | wiped", "malformed shape | Connected online | kept"});
         // A logout always ends signed out.
         rows(Logout, "Disconnected NoError",
-             {{"500 503 401 403 404", "Disconnected ServiceFailure", "wiped"},
-              {"dropped cut silent oversized", "Disconnected ServiceUnavailable", "wiped"},
-              {"malformed shape", "Disconnected NoError", "wiped"}});
+             {"500 503 401 403 404 | Disconnected ServiceFailure | wiped",
+              "dropped cut silent oversized | Disconnected ServiceUnavailable | wiped",
+              "malformed shape | Disconnected NoError | wiped"});
         // A failed update keeps the record; forged records are dropped, and the answer is kept as
         // it came (it is verified again on the next start).
-        const char *failures = "500 503 401 403 404 dropped cut silent malformed shape oversized";
-        rows(ConsumerUpdate, "Connected online, new", {{failures, "Connected online, kept", "kept"}});
+        const QString failures = "500 503 401 403 404 dropped cut silent malformed shape oversized";
+        rows(ConsumerUpdate, "Connected online, new", {failures + " | Connected online, kept | kept"});
         rows(IdentityUpdate, "Connected online, new",
-             {{failures, "Connected online, kept", "kept"},
-              {"forged", "Connected online, none", "changed identity"}});
+             {failures + " | Connected online, kept | kept",
+              "forged | Connected online, none | changed identity"});
         rows(ResourceUpdate, "Connected online, new",
-             {{failures, "Connected online, kept", "kept"},
-              {"forged", "Connected online, none", "changed resources"}});
-        rows(ServiceToken, "Ready", {{failures, "Pending", "kept"}});
+             {failures + " | Connected online, kept | kept",
+              "forged | Connected online, none | changed resources"});
+        rows(ServiceToken, "Ready", {failures + " | Pending | kept"});
         // A failed list leaves the rows; an answer that is not an array empties them.
         rows(LoginList, "rows kept",
-             {{"500 503 401 403 404 dropped cut silent oversized", "rows kept", "kept"},
-              {"malformed shape", "rows emptied", "kept"}});
+             {"500 503 401 403 404 dropped cut silent oversized | rows kept | kept",
+              "malformed shape | rows emptied | kept"});
         // Only the status counts for ending a login.
         rows(EndLogin, "ended",
-             {{"500 503 401 403 404 dropped cut silent oversized", "deleteFailed", "kept"},
-              {"malformed shape", "ended", "kept"}});
+             {"500 503 401 403 404 dropped cut silent oversized | deleteFailed | kept",
+              "malformed shape | ended | kept"});
         // The status as it came, 0 for none.
         rows(PasswordReset, "201",
-             {{"500", "500", "kept"},
-              {"503", "503", "kept"},
-              {"401", "401", "kept"},
-              {"403", "403", "kept"},
-              {"404", "404", "kept"},
-              {"dropped cut silent oversized", "0", "kept"},
-              {"malformed shape", "201", "kept"}});
+             {"500 | 500 | kept", "503 | 503 | kept", "401 | 401 | kept", "403 | 403 | kept",
+              "404 | 404 | kept", "dropped cut silent oversized | 0 | kept", "malformed shape | 201 | kept"});
     }
 
     void matrix()
@@ -419,7 +342,6 @@ private Q_SLOTS:
         QFETCH(int, call);
         QFETCH(QString, fault);
         QFETCH(QString, expected);
-        QFETCH(QString, profile);
         QFETCH(QString, recovered);
         const CallPath &target = Paths[call];
 
@@ -459,8 +381,7 @@ private Q_SLOTS:
                                       : !outcome(Call(call)).isEmpty();
             },
             10000));
-        QCOMPARE(outcome(Call(call)), expected);
-        QCOMPARE(profileChange(before, this->profile()), profile);
+        QCOMPARE(outcome(Call(call)) + " | " + profileChange(before, this->profile()), expected);
 
         m_fixture.service.clearFaults();
         m_before = call == ConsumerUpdate ? m_before : nullptr; // a forged chain or list comes back
@@ -469,11 +390,7 @@ private Q_SLOTS:
             start(Call(call));
         } else {
             // Two requests served as they are: the answer to the first has been handled.
-            played = Fault();
-            played.path = QStringLiteral("api/v1/") + QLatin1String(target.path);
-            played.method = target.method;
-            played.count = 2;
-            m_fixture.service.addFault(played);
+            m_fixture.addFault(QLatin1String(target.path), target.method, 0, 2);
             QTRY_VERIFY(m_fixture.service.faults().isEmpty());
         }
         QTRY_COMPARE_WITH_TIMEOUT(outcome(Call(call)), recovered, 10000);

@@ -7,9 +7,6 @@
 #include <VantroAccount/profile.h>
 #include <VantroCrypto/privatekey.h>
 
-#include <QJsonArray>
-#include <QJsonObject>
-#include <QRandomGenerator>
 #include <QtTest>
 
 #include <array>
@@ -20,9 +17,7 @@
 #include <unistd.h>
 #include <variant>
 
-using vn::account::AccessToken;
-using vn::account::Account;
-using vn::account::Profile;
+using namespace vn::account;
 using vn::crypto::PrivateKey;
 
 namespace {

@@ -1,8 +1,7 @@
 // The records of an account as the service writes them: the access token and the claims decoded
 // from it, the session, and the consumer with its permissions and roles.
 
-#include "accountinstance.h"
-#include "jsonwebtoken_p.h"
+#include "autotest_p.h"
 #include "testjson.h"
 
 #include <VantroAccount/accesstoken.h>
@@ -11,17 +10,9 @@
 #include <VantroAccount/permission.h>
 #include <VantroAccount/session.h>
 
-#include <QJsonArray>
-#include <QJsonObject>
-#include <QRegularExpression>
 #include <QtTest>
 
-using vn::account::AccessToken;
-using vn::account::AccountInstance;
-using vn::account::Consumer;
-using vn::account::JsonWebToken;
-using vn::account::Permission;
-using vn::account::Session;
+using namespace vn::account;
 
 using vn::test::jsonObject;
 

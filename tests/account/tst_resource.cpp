@@ -1,7 +1,7 @@
 // Identity chains and resources as the service hands them out: each link checked up to the built-in
 // root, each resource trusted and ranked by the chain, made by type, its credentials registered.
 
-#include "accountinstance.h"
+#include "autotest_p.h"
 #include "oauth1signature_p.h"
 #include "testhttpserver.h"
 #include "trustfixture.h"
@@ -18,18 +18,12 @@
 
 #include <httplib.h>
 
-using vn::account::AccountIdentity;
-using vn::account::AccountInstance;
-using vn::account::Database;
-using vn::account::Identity;
-using vn::account::Resource;
+using namespace vn::account;
 using vn::network::AuthorizationRegistry;
 
 namespace {
 
 const QJsonValue Absent(QJsonValue::Undefined); // a member given as Absent is left out
-
-int s_rivalCalls = 0;
 
 QJsonObject envelope(const QJsonValue &owner, const QJsonValue &issuer, const QJsonValue &type,
                      const QJsonValue &payload)
@@ -68,12 +62,11 @@ class TestResource : public QObject
     }
 
     // Credential records unsigned, without a chain: invalid, said so, and registered all the same.
-    Resource *createCredentials(AccountInstance &instance, const QString &type, const QJsonObject &payload)
+    Resource *createCredentials(AccountInstance &instance, const QJsonObject &payload)
     {
         QTest::ignoreMessage(QtCriticalMsg, "No issuer declared on resource r-1");
-        return Resource::create(
-            envelope("leaf", Absent, QStringLiteral("vantro.resource.%1Credentials").arg(type), payload),
-            instance.identity(), &instance);
+        return Resource::create(envelope("leaf", Absent, "vantro.resource.AuthorCredentials", payload),
+                                instance.identity(), &instance);
     }
 
     // The Authorization header that the server saw on a request to the realm.
@@ -99,10 +92,7 @@ private Q_SLOTS:
         // A rival factory for a built-in type, registered after the built-in ones: never used.
         const AccountInstance registersBuiltInTypes(vn::account::Account::profile());
         Resource::registerType("vantro.resource.Database",
-                               [](const QJsonObject &, AccountIdentity *, QObject *) {
-                                   ++s_rivalCalls;
-                                   return nullptr;
-                               });
+                               [](const QJsonObject &, AccountIdentity *, QObject *) { return nullptr; });
     }
 
     // The server waits for kept-alive connections to close before it stops.
@@ -178,29 +168,54 @@ private Q_SLOTS:
         QCOMPARE(linkValidity, valid);
         QCOMPARE(leaf->verifyChain(), !valid.contains(false));
     }
+    // Trusted and ranked by the chain, made by type; "message": empty for a valid resource.
     void trust_data()
     {
         QTest::addColumn<QJsonObject>("record");
         QTest::addColumn<bool>("chain");
         QTest::addColumn<int>("priority");
-        QTest::addColumn<QString>("message"); // empty for a valid resource
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("className");
 
         const char *noIssuer = "No issuer declared on resource r-1";
         const char *failed = "Signature validation failed for resource r-1";
-        QTest::newRow("leaf") << issued("leaf", "leaf", "leaf") << true << 65535 << "";
-        QTest::newRow("middle") << issued("middle", "middle", "middle") << true << 65534 << "";
-        QTest::newRow("root") << issued("root", "root", "root") << true << 65533 << "";
-        QTest::newRow("owner outside the chain") << issued("elsewhere", "leaf", "leaf") << true << 0 << "";
+        const QString plain = QStringLiteral("vn::account::Resource");
+        QTest::newRow("leaf") << issued("leaf", "leaf", "leaf") << true << 65535 << "" << plain;
+        QTest::newRow("middle") << issued("middle", "middle", "middle") << true << 65534 << "" << plain;
+        QTest::newRow("root") << issued("root", "root", "root") << true << 65533 << "" << plain;
+        QTest::newRow("owner outside the chain")
+            << issued("elsewhere", "leaf", "leaf") << true << 0 << "" << plain;
         QJsonObject tampered = issued("leaf", "leaf", "leaf");
         tampered.insert(QStringLiteral("payload"), QStringLiteral("changed"));
-        QTest::newRow("tampered payload") << tampered << true << 65535 << failed;
+        QTest::newRow("tampered payload") << tampered << true << 65535 << failed << plain;
         QTest::newRow("signed by a stranger")
-            << issued("leaf", "middle", "stranger") << true << 65535 << failed;
+            << issued("leaf", "middle", "stranger") << true << 65535 << failed << plain;
         QTest::newRow("unknown issuer")
-            << issued("leaf", "elsewhere", "stranger") << true << 65535 << noIssuer;
-        QTest::newRow("issuer in other case") << issued("leaf", "Leaf", "leaf") << true << 65535 << noIssuer;
-        QTest::newRow("no issuer") << issued("leaf", Absent, "leaf") << true << 65535 << noIssuer;
-        QTest::newRow("no chain") << issued("leaf", "leaf", "leaf") << false << 0 << noIssuer;
+            << issued("leaf", "elsewhere", "stranger") << true << 65535 << noIssuer << plain;
+        QTest::newRow("issuer in other case")
+            << issued("leaf", "Leaf", "leaf") << true << 65535 << noIssuer << plain;
+        QTest::newRow("no issuer") << issued("leaf", Absent, "leaf") << true << 65535 << noIssuer << plain;
+        QTest::newRow("no chain") << issued("leaf", "leaf", "leaf") << false << 0 << noIssuer << plain;
+
+        // A payload for both a database and a credential of a kind nobody supports.
+        const QJsonObject payload{{"type", "none"},
+                                  {"server", "https://db.example:6984/"},
+                                  {"name", "catalogue"},
+                                  {"authoringOptions", QJsonObject{{"autosave", true}}}};
+        const auto typed = [&](const QJsonValue &type) {
+            return issued("leaf", "leaf", "leaf", type, payload);
+        };
+        QTest::newRow("database") << typed("vantro.resource.Database") << true << 65535 << ""
+                                  << "vn::account::Database";
+        QTest::newRow("author credentials")
+            << typed("vantro.resource.AuthorCredentials") << true << 65535 << ""
+            << "vn::account::DatabaseCredentials";
+        QTest::newRow("device credentials")
+            << typed("vantro.resource.DeviceCredentials") << true << 65535 << ""
+            << "vn::account::DatabaseCredentials";
+        QTest::newRow("type in other case")
+            << typed("vantro.resource.database") << true << 65535 << "" << plain;
+        QTest::newRow("no type") << typed(Absent) << true << 65535 << "" << plain;
     }
 
     void trust()
@@ -209,6 +224,7 @@ private Q_SLOTS:
         QFETCH(bool, chain);
         QFETCH(int, priority);
         QFETCH(QString, message);
+        QFETCH(QString, className);
 
         AccountInstance instance(vn::account::Account::profile());
         if (chain) {
@@ -217,49 +233,16 @@ private Q_SLOTS:
         if (!message.isEmpty()) {
             QTest::ignoreMessage(QtCriticalMsg, qPrintable(message));
         }
-        const Resource *resource = Resource::create(record, instance.identity(), &instance);
-        QCOMPARE(resource->parent(), &instance);
-        QCOMPARE(resource->isValid(), message.isEmpty());
-        QCOMPARE(resource->priority(), priority);
-    }
-
-    void createByType_data()
-    {
-        QTest::addColumn<QJsonValue>("type");
-        QTest::addColumn<QString>("className");
-
-        QTest::newRow("database") << QJsonValue("vantro.resource.Database") << "vn::account::Database";
-        QTest::newRow("author credentials")
-            << QJsonValue("vantro.resource.AuthorCredentials") << "vn::account::DatabaseCredentials";
-        QTest::newRow("device credentials")
-            << QJsonValue("vantro.resource.DeviceCredentials") << "vn::account::DatabaseCredentials";
-        QTest::newRow("unknown type") << QJsonValue("vantro.resource.Printer") << "vn::account::Resource";
-        QTest::newRow("type in other case")
-            << QJsonValue("vantro.resource.database") << "vn::account::Resource";
-        QTest::newRow("no type") << Absent << "vn::account::Resource";
-    }
-
-    void createByType()
-    {
-        QFETCH(QJsonValue, type);
-        QFETCH(QString, className);
-
-        AccountInstance instance(vn::account::Account::profile());
-        adoptChain(instance);
         if (className == QLatin1String("vn::account::DatabaseCredentials")) {
             QTest::ignoreMessage(QtWarningMsg, "Unsupported credential type \"none\" in resource \"r-1\"");
         }
-        // A payload for both a database and a credential of a kind nobody supports.
-        const QJsonObject payload{{"type", "none"},
-                                  {"server", "https://db.example:6984/"},
-                                  {"name", "catalogue"},
-                                  {"authoringOptions", QJsonObject{{"autosave", true}}}};
-        const Resource *resource =
-            Resource::create(issued("leaf", "leaf", "leaf", type, payload), instance.identity(), &instance);
+        const Resource *resource = Resource::create(record, instance.identity(), &instance);
+        QVERIFY(resource); // the rival factory was not asked
+        QCOMPARE(resource->parent(), &instance);
+        QCOMPARE(resource->isValid(), message.isEmpty());
+        QCOMPARE(resource->priority(), priority);
         QCOMPARE(QString::fromLatin1(resource->metaObject()->className()), className);
-        QCOMPARE(resource->type(), type.toString());
-        QVERIFY(resource->isValid());
-        QCOMPARE(s_rivalCalls, 0);
+        QCOMPARE(resource->type(), record.value(QLatin1String("type")).toString());
         if (const auto *database = qobject_cast<const Database *>(resource)) {
             QCOMPARE(database->server(), QUrl(QStringLiteral("https://db.example:6984/")));
             QCOMPARE(database->name(), QStringLiteral("catalogue"));
@@ -269,28 +252,23 @@ private Q_SLOTS:
 
     void credentials_data()
     {
-        QTest::addColumn<QString>("type"); // vantro.resource.<type>Credentials
         QTest::addColumn<QJsonObject>("payload");
         QTest::addColumn<bool>("supported");    // an unsupported kind registers nothing and says so
         QTest::addColumn<QByteArray>("header"); // what a request to the realm carries
 
         const QJsonObject token{{"token", "db-token.42"}};
         const QByteArray bearer = "Bearer db-token.42";
-        QTest::newRow("author, bearer") << "Author" << credentialPayload("bearer", token) << true << bearer;
-        QTest::newRow("device, bearer") << "Device" << credentialPayload("bearer", token) << true << bearer;
+        QTest::newRow("author, bearer") << credentialPayload("bearer", token) << true << bearer;
         const QJsonObject user{{"userName", "ada"}, {"password", "pä55:wörd"}};
-        QTest::newRow("basic") << "Author" << credentialPayload("basic", user) << true
+        QTest::newRow("basic") << credentialPayload("basic", user) << true
                                << QByteArray("Basic YWRhOnDDpDU1OnfDtnJk"); // ada:pä55:wörd in UTF-8
-        QTest::newRow("kind in other case")
-            << "Author" << credentialPayload("Bearer", token) << false << QByteArray();
+        QTest::newRow("kind in other case") << credentialPayload("Bearer", token) << false << QByteArray();
         // Registered for an empty host, which no request matches.
-        QTest::newRow("no realm") << "Author" << credentialPayload("bearer", token, Absent) << true
-                                  << QByteArray();
+        QTest::newRow("no realm") << credentialPayload("bearer", token, Absent) << true << QByteArray();
     }
 
     void credentials()
     {
-        QFETCH(QString, type);
         QFETCH(QJsonObject, payload);
         QFETCH(bool, supported);
         QFETCH(QByteArray, header);
@@ -299,7 +277,7 @@ private Q_SLOTS:
         if (!supported) {
             QTest::ignoreMessage(QtWarningMsg, "Unsupported credential type \"Bearer\" in resource \"r-1\"");
         }
-        Resource *resource = createCredentials(instance, type, payload);
+        Resource *resource = createCredentials(instance, payload);
         QCOMPARE(AuthorizationRegistry::instance()->count(), m_baseline + int(supported));
         QCOMPARE(authorizationSeen(), header);
         delete resource;
@@ -313,11 +291,10 @@ private Q_SLOTS:
         const QString consumerSecret = QStringLiteral("cs/secret+1");
         const QString tokenSecret = QStringLiteral("ts&secret 2");
         AccountInstance instance(vn::account::Account::profile());
-        createCredentials(instance, QStringLiteral("Author"),
-                          credentialPayload("oauth1", {{"consumerKey", "ck-catalogue"},
-                                                       {"consumerSecret", consumerSecret},
-                                                       {"token", "tk-ada"},
-                                                       {"tokenSecret", tokenSecret}}));
+        createCredentials(instance, credentialPayload("oauth1", {{"consumerKey", "ck-catalogue"},
+                                                                 {"consumerSecret", consumerSecret},
+                                                                 {"token", "tk-ada"},
+                                                                 {"tokenSecret", tokenSecret}}));
         QMap<QString, QString> parameters;
         auto pairs = QRegularExpression(QStringLiteral("(\\w+)=\"([^\"]*)\""))
                          .globalMatch(QString::fromLatin1(authorizationSeen()));
