@@ -21,7 +21,6 @@ using namespace vn::test;
 using vn::crypto::PrivateKey;
 using vn::devservice::ApiResponse;
 using vn::devservice::DevService;
-using vn::devservice::Fault;
 using vn::devservice::Scenario;
 
 namespace {
@@ -58,25 +57,22 @@ private Q_SLOTS:
         QTest::addColumn<QString>("path");
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<int>("status");
-        // An object: members the answer has; a number: the length of the array answered.
-        QTest::addColumn<QJsonValue>("expected");
+        QTest::addColumn<int>("length"); // of the array answered
         auto row = [](const char *name, const QString &user, const char *method, const QString &path,
-                      int status, const QJsonValue &expected = {}, const QByteArray &body = {}) {
-            QTest::newRow(name) << user << QByteArray(method) << path << json(body) << status << expected;
+                      int status, int length = 0, const QByteArray &body = {}) {
+            QTest::newRow(name) << user << QByteArray(method) << path << json(body) << status << length;
         };
         const QString none;
-        row("consumer", demo::Ada, "GET", "consumer", 200,
-            jsonObject("{'name': 'Ada Lovelace', 'email': 'ada@example.com'}"));
         row("bob's resources", demo::Bob, "GET", "entitled", 200, 5);
         row("service not entitled", demo::Bob, "GET", "tokens/" + demo::ReportsService, 404);
         row("not a service", demo::Ada, "GET", "tokens/" + demo::Database, 404);
         row("unknown login", demo::Ada, "DELETE", "logins/no-such-login", 404);
-        row("challenge for an unknown key", none, "POST", "authenticate", 401, {},
+        row("challenge for an unknown key", none, "POST", "authenticate", 401, 0,
             "{'authType': 'challenge-response', 'phase': 'challenge', 'fingerprint': 'eHh4'}");
-        row("deep nesting", none, "POST", "authenticate", 400, {}, QByteArray(100000, '['));
-        row("just below the body limit", none, "POST", "password-reset", 404, {},
+        row("deep nesting", none, "POST", "authenticate", 400, 0, QByteArray(100000, '['));
+        row("just below the body limit", none, "POST", "password-reset", 404, 0,
             "{'username': '" + QByteArray(1024 * 1024 - 64, 'a') + "'}");
-        row("just above the body limit", none, "POST", "password-reset", 413, {},
+        row("just above the body limit", none, "POST", "password-reset", 413, 0,
             QByteArray(1024 * 1024 + 1, ' '));
         row("GET authenticate", none, "GET", "authenticate", 405);
         row("unknown path", demo::Ada, "GET", "nothing/here", 404);
@@ -91,7 +87,7 @@ private Q_SLOTS:
         QFETCH(QString, path);
         QFETCH(QByteArray, body);
         QFETCH(int, status);
-        QFETCH(QJsonValue, expected);
+        QFETCH(int, length);
 
         ServiceClient client(m_service.url());
         if (!user.isEmpty()) {
@@ -99,8 +95,7 @@ private Q_SLOTS:
         }
         const Reply reply = client.send(method, path, body);
         QCOMPARE(reply.status, status);
-        QCOMPARE(reply.array().size(), expected.toInt());
-        QCOMPARE(subset(reply.object(), expected.toObject()), expected.toObject());
+        QCOMPARE(reply.array().size(), length);
     }
 
     void credentialLogin_data()
@@ -241,7 +236,6 @@ private Q_SLOTS:
         row("own token", "demo-files", "demo-files", 200,
             "{'service': 'demo-files', 'path': '/api/v1/items', "
             "'subject': 'd99d9154-7a9c-4694-a1c7-0e2359e87f70', 'name': 'Ada Lovelace'}");
-        row("no token", "demo-files", "", 401, "{'error': 'a bearer token is required'}");
         row("token of the account", "demo-reports", "account", 401,
             "{'error': 'the token is not for this service'}");
         row("expired", "demo-files", "expired", 401, "{'error': 'the token has expired'}");
@@ -283,9 +277,7 @@ private Q_SLOTS:
     {
         // Logins of earlier test functions would show in the list: start from a fresh scenario.
         QVERIFY(m_service.setScenario(m_service.scenario()));
-        ServiceClient first(m_service.url());
-        ServiceClient second(m_service.url());
-        ServiceClient bob(m_service.url());
+        ServiceClient first(m_service.url()), second(m_service.url()), bob(m_service.url());
         const QString firstId = first.as(demo::Ada).get("logins/current").text("id");
         const QString secondId = second.as(demo::Ada).get("logins/current").text("id");
         const QString bobId = bob.as(demo::Bob).get("logins/current").text("id");
@@ -297,46 +289,6 @@ private Q_SLOTS:
         // Another user's login is answered as if it did not exist, and lives on.
         QCOMPARE(first.send("DELETE", "logins/" + bobId).status, 404);
         QCOMPARE(bob.get("consumer").status, 200);
-    }
-
-    void faults_data()
-    {
-        QTest::addColumn<QJsonObject>("fault");
-        QTest::addColumn<QStringList>("outcomes");
-        QTest::addColumn<int>("remaining");
-        auto row = [](const char *name, const char *fault, const QStringList &outcomes, int remaining = 0) {
-            QTest::newRow(name) << jsonObject(fault) << outcomes << remaining;
-        };
-        row("status twice", "{'path': 'api/v1/consumer', 'count': 2, 'status': 503}", {"503", "503", "200"});
-        row("second request", "{'path': 'api/v1/consumer', 'skip': 1, 'status': 503}", {"200", "503", "200"});
-        row("leading slash", "{'path': '/api/v1/consumer', 'status': 502}", {"502", "200"});
-        row("path prefix", "{'path': 'api/v1/*', 'status': 429}", {"429", "200"});
-        row("other path", "{'path': 'api/v1/entitled', 'status': 500}", {"200", "200"}, 1);
-        row("other method", "{'path': 'api/v1/consumer', 'status': 500, 'method': 'post'}", {"200", "200"},
-            1);
-    }
-
-    void faults()
-    {
-        QFETCH(QJsonObject, fault);
-        QFETCH(QStringList, outcomes);
-        QFETCH(int, remaining);
-
-        ServiceClient client(m_service.url());
-        client.as(demo::Bob);
-        m_service.clearFaults();
-        // As written, so that adding the fault is what drops the leading "/" and reads the method.
-        Fault added = Fault::fromJson(fault);
-        added.path = fault.value("path").toString();
-        added.method = fault.value("method").toString().toLatin1();
-        m_service.addFault(added);
-        QStringList seen;
-        while (seen.size() < outcomes.size()) {
-            seen.append(client.get("consumer").outcome());
-        }
-        QCOMPARE(seen, outcomes);
-        // A fault that never matched is still waiting; one that did is used up.
-        QCOMPARE(m_service.faults().size(), remaining);
     }
 
     // A client that reads no body after a 204 or a 304 would take one for the start of the next answer.
@@ -353,51 +305,53 @@ private Q_SLOTS:
     void journal()
     {
         ServiceClient client(m_service.url());
-        client.as(demo::Ada);
-        ServiceClient files(m_service.playedServiceUrl("demo-files"));
-        files.setToken(client.get("tokens/" + demo::FilesService).text("token").toLatin1());
         m_service.clearJournal();
         client.send("POST", "logins?format=all_fields", "{\"a\": 1}");
-        files.get("items");
+        client.get("consumer");
         const QList<DevService::ReceivedRequest> journal = m_service.journal();
         QCOMPARE(journal.size(), 2);
         const auto &first = journal.at(0);
         QCOMPARE(QByteArray(first.method + ' ' + first.path + '?' + first.query + ' ' + first.body + ' ' +
                             first.headers.value("content-type")),
                  QByteArray("POST /api/v1/logins?format=all_fields {\"a\": 1} application/json"));
-        QCOMPARE(QString(first.service + '|' + journal.at(1).service), QStringLiteral("|demo-files"));
         // The oldest go first.
         m_service.setJournalLimit(1);
-        QCOMPARE(m_service.journal().constFirst().service, QStringLiteral("demo-files"));
+        QCOMPARE(m_service.journal().constFirst().path, QByteArray("/api/v1/consumer"));
         m_service.setJournalLimit(DevService::DefaultJournalLimit);
     }
 
+    // Faults as a script adds them over HTTP (one or a list), and as C++ code does, written as they
+    // come: each applies to its own path and method, after its skip, and is used up after its count.
     void adminInterface()
     {
         ServiceClient client(m_service.url());
         client.as(demo::Bob);
         m_service.clearFaults();
+        m_service.addFault({"/api/v1/*", "delete", 1, 502});
+        const auto post = [&client](const char *faults) { return client.send("POST", Admin, json(faults)); };
+        QCOMPARE(post("{'path': 'api/v1/consumer', 'status': 503, 'skip': 1, 'count': 2}").status, 201);
+        const Reply added = post("[{'path': '/api/v1/entitled', 'method': 'get', 'malformedBody': true}, "
+                                 "{'path': 'api/v1/logins', 'status': 500}]");
+        QCOMPARE(added.array().size(), 4);
         QCOMPARE(
-            client.send("POST", Admin, json("{'path': 'api/v1/entitled', 'status': 502, 'count': 2}")).status,
-            201);
-        const Reply added =
-            client.send("POST", Admin,
-                        json("[{'path': 'api/v1/consumer', 'malformedBody': true}, "
-                             "{'path': '/api/v1/logins/*', 'method': 'delete', 'count': 3}]"));
-        QCOMPARE(added.array().size(), 3);
-        QCOMPARE(added.array().at(2).toObject(),
-                 jsonObject("{'path': 'api/v1/logins/*', 'method': 'DELETE', 'count': 3, "
-                            "'status': 0, 'delay': 0, 'malformedBody': false, 'dropConnection': false, "
-                            "'skip': 0, 'truncateBody': false, 'padTo': 0, 'badSignature': false}"));
+            added.array().at(2).toObject(),
+            jsonObject("{'path': 'api/v1/entitled', 'method': 'GET', 'count': 1, 'status': 0, 'delay': 0, "
+                       "'malformedBody': true, 'dropConnection': false, 'skip': 0, 'truncateBody': false, "
+                       "'padTo': 0, 'badSignature': false}"));
         // Faults that do not read are refused, all of them.
         for (const char *refused : {"{'status': 500}", "[{'path': 'api/v1/consumer'}, {'path': 5}]",
                                     "{'path': 'api/v1/consumer', 'status': 42}", "path=api/v1/consumer"}) {
-            QCOMPARE(client.send("POST", Admin, json(refused)).status, 400);
+            QCOMPARE(post(refused).status, 400);
         }
-        QCOMPARE(client.get("entitled").outcome(), QStringLiteral("502"));
-        QCOMPARE(client.get(Admin).array().size(), 3);
+        QStringList seen;
+        for (const char *path : {"consumer", "consumer", "consumer", "consumer", "entitled"}) {
+            seen.append(client.get(path).outcome());
+        }
+        seen.append(client.send("DELETE", "logins/x").outcome());
+        QCOMPARE(seen, QStringList({"200", "503", "503", "200", "200!", "502"}));
+        QCOMPARE(client.get(Admin).array().size(), 1);
         QCOMPARE(client.send("DELETE", Admin).array(), QJsonArray());
-        QCOMPARE(client.get("entitled").outcome(), QStringLiteral("200"));
+        QCOMPARE(client.get("logins").outcome(), QStringLiteral("200"));
 
         // Only loopback peers, as the HTTP layer reports them, may use it.
         vn::devservice::FaultInjector injector;
