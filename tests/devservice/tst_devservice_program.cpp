@@ -46,7 +46,7 @@ void TestDevServiceProgram::servesAndStops()
              QFileDevice::Permissions(QFileDevice::ReadOther));
 
     ServiceClient client(url);
-    const QByteArray token = client.login(Ada, AdaPassword);
+    const QByteArray token = client.login(demo::Ada, demo::AdaPassword);
     client.setToken(token);
     const QByteArray serviceToken = client.get("tokens/" + demo::FilesService).text("token").toLatin1();
     // Signature and encoding are checked end to end by the account suites and the played services.
@@ -69,7 +69,7 @@ void TestDevServiceProgram::servesAndStops()
     QCOMPARE(program.exitCode(), 0);
     // One line per request, and never a credential.
     const QString log = QString::fromUtf8(program.readAllStandardError());
-    QVERIFY(!log.contains(AdaPassword) && !log.contains(QString::fromLatin1(token.split('.').at(1))));
+    QVERIFY(!log.contains(demo::AdaPassword) && !log.contains(QString::fromLatin1(token.split('.').at(1))));
     const QStringList logged = log.split('\n').filter("vantro.devservice.request: ");
     QCOMPARE(logged.size(), 4);
     QVERIFY2(QRegularExpression("POST /base/api/v1/authenticate 200 \\d+ ms$").match(logged.at(0)).hasMatch(),

@@ -12,11 +12,6 @@
 
 namespace vn::test {
 
-// The demo users by their short names too, as the command-line client's suite names them.
-using demo::Ada;
-using demo::AdaPassword;
-using demo::BobPassword;
-
 /// The outcome of one exchange with the development service.
 struct Reply
 {

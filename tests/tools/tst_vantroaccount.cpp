@@ -113,7 +113,7 @@ void TestVantroAccount::cleanup()
     // Nothing the program printed shows a password, a token, the client key (a line from the middle
     // of its PEM text) or a credential; nor any compact token, whose header always encodes as "eyJ".
     QStringList secrets =
-        ResourceSecrets + QStringList{AdaPassword, BobPassword, WrongPassword, "eyJhbGciOiJ"};
+        ResourceSecrets + QStringList{demo::AdaPassword, demo::BobPassword, WrongPassword, "eyJhbGciOiJ"};
     secrets << QString::fromLatin1(readFile(m_profile + "/clientKey").split('\n').value(3))
             << QString::fromLatin1(m_token) << QString::fromLatin1(readFile(m_profile + "/accessToken"));
     for (const QString &secret : qAsConst(secrets)) {
@@ -126,7 +126,7 @@ void TestVantroAccount::commands_data()
     QTest::addColumn<Row>("row");
     const auto row = [](const char *name, const char *before, const char *arguments, int exitCode,
                         const char *out, const char *err, bool signedInAfter,
-                        const QByteArray &input = AdaPassword.toUtf8() + '\n') {
+                        const QByteArray &input = demo::AdaPassword.toUtf8() + '\n') {
         QTest::newRow(name) << Row{before, arguments, exitCode, out, err, signedInAfter, input};
     };
     const char *notSignedIn = "^Not signed in; sign in with 'vantro-account login USER'.\n$";
@@ -147,7 +147,7 @@ void TestVantroAccount::commands_data()
         "^The service refused the sign-in as ada@example.com: wrong user name or password; check", false,
         WrongPassword.toUtf8());
     row("login, impersonation refused", "", "--password-stdin login bob@example.com>>ada@example.com", 1,
-        "^$", "bob@example.com may not act as ada@example.com", false, BobPassword.toUtf8());
+        "^$", "bob@example.com may not act as ada@example.com", false, demo::BobPassword.toUtf8());
     row("login, impersonating", "", "login ada@example.com>>bob@example.com --password-stdin", 0,
         "as Bob Example <bob@example.com>", "", true);
     row("login, one-shot", "", "login ada@example.com --password-stdin --no-persist", 0,
@@ -256,7 +256,7 @@ void TestVantroAccount::commands()
     ServiceClient client(m_service.url());
     if (signedIn) {
         // As an earlier sign-in would have left the profile.
-        m_token = client.login(Ada, AdaPassword);
+        m_token = client.login(demo::Ada, demo::AdaPassword);
         QVERIFY(writeFile(m_profile + "/accessToken", m_token));
         client.setToken(m_token);
     }
@@ -269,7 +269,7 @@ void TestVantroAccount::commands()
     }
     if (service == "other") {
         ServiceClient other(m_service.url());
-        arguments.replace("@other", other.as(Ada).get("logins/current").text("id"));
+        arguments.replace("@other", other.as(demo::Ada).get("logins/current").text("id"));
     }
     if (service == "revoke") {
         QCOMPARE(client.send("DELETE", "logins/current").status, 200);
@@ -308,12 +308,12 @@ void TestVantroAccount::passwordPrompt()
     while (!seen.contains("Password for ada@example.com: ") && script.waitForReadyRead(20000)) {
         seen += script.readAll();
     }
-    script.write(AdaPassword.toUtf8() + '\n'); // typed only now: before the prompt, the terminal echoes
+    script.write(demo::AdaPassword.toUtf8() + '\n'); // typed only now: before the prompt, the terminal echoes
     QVERIFY(script.waitForFinished(60000));
     seen += script.readAll();
     m_printed += QString::fromUtf8(seen); // the typed password must not come back either
     QVERIFY2(script.exitCode() == 0 && seen.contains("Signed in to http://"),
-             qPrintable(QString::fromUtf8(seen).remove(AdaPassword)));
+             qPrintable(QString::fromUtf8(seen).remove(demo::AdaPassword)));
     QVERIFY(profileEntries().contains("accessToken"));
 }
 
