@@ -94,12 +94,11 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("signCommand");
         QTest::addColumn<QString>("verifyKey");
-        QTest::newRow("indented") << "sign --key @DIR@/a.pem -"
-                                  << "a.pub.pem";
-        QTest::newRow("compact, checked with the private key") << "sign --compact --key @DIR@/a.pem"
-                                                               << "a.pem";
-        QTest::newRow("encrypted key") << "sign --key @DIR@/b.pem --passphrase-env TEST_PASSPHRASE"
-                                       << "b.pub.pem";
+        QTest::newRow("indented") << QString("sign --key @DIR@/a.pem -") << QString("a.pub.pem");
+        QTest::newRow("compact, checked with the private key")
+            << QString("sign --compact --key @DIR@/a.pem") << QString("a.pem");
+        QTest::newRow("encrypted key")
+            << QString("sign --key @DIR@/b.pem --passphrase-env TEST_PASSPHRASE") << QString("b.pub.pem");
     }
 
     void signAndVerify()
