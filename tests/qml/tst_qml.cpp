@@ -21,8 +21,7 @@ public:
     explicit ServiceControl(AccountFixture &fixture)
         : m_fixture(fixture)
     {
-        m_elsewhere.setUserName(AccountFixture::Ada);
-        m_elsewhere.setPassword(AccountFixture::AdaPassword);
+        AccountFixture::asAda(m_elsewhere);
         m_elsewhere.setHostInfo(QStringLiteral("elsewhere"));
         m_elsewhere.setNetwork(vn::network::NetworkAccessManager::sharedInstance());
     }

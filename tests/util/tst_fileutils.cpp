@@ -1,5 +1,7 @@
 #include <VantroUtil/fileutils.h>
 
+#include "testio.h"
+
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -15,15 +17,14 @@ private Q_SLOTS:
     void syncFile()
     {
         QTemporaryDir folder;
-        QFile file(folder.filePath(QStringLiteral("entry")));
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write("content") == 7);
-        file.close();
-        QVERIFY(FileUtils::syncFile(file.fileName()));
+        const QString entry = folder.filePath(QStringLiteral("entry"));
+        QVERIFY(vn::test::writeFile(entry, "content"));
+        QVERIFY(FileUtils::syncFile(entry));
         QVERIFY(!FileUtils::syncFile(folder.filePath(QStringLiteral("absent"))));
         QVERIFY(!FileUtils::syncFile(folder.path())); // a folder, not a file
         // A file that cannot be opened cannot be flushed; only root opens it all the same.
-        QVERIFY(file.setPermissions(QFileDevice::WriteOwner));
-        QCOMPARE(FileUtils::syncFile(file.fileName()), ::geteuid() == 0);
+        QVERIFY(QFile::setPermissions(entry, QFileDevice::WriteOwner));
+        QCOMPARE(FileUtils::syncFile(entry), ::geteuid() == 0);
     }
 };
 
