@@ -1,5 +1,7 @@
-// The development service library over real HTTP: endpoints, logins, tokens, the services it plays,
-// the fault admin path and matching rules (the fault kinds are in the account suites' fault matrix).
+// The development service over real HTTP: the library in-process (endpoints, logins, tokens, the
+// services it plays, the fault admin path and matching rules; the fault kinds are in the account
+// suites' fault matrix), and the program around it (options, what it prints and writes, request
+// log, exit codes).
 
 #include "serviceclient.h"
 #include "testjson.h"
@@ -13,6 +15,9 @@
 
 #include <QJsonDocument>
 #include <QLoggingCategory>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <httplib.h>
@@ -426,6 +431,95 @@ private Q_SLOTS:
         QString message;
         QVERIFY(!Scenario::fromJson(document, DemoFolder, &message).isValid());
         QVERIFY2(message.startsWith(error), qPrintable(message));
+    }
+
+    // The program around the library: what it prints and writes, its request log, its exit codes.
+    void program()
+    {
+        QTemporaryDir directory;
+        const QString configurationPath = directory.filePath("account.json");
+        QProcess program;
+        program.start(DEVSERVICE_PROGRAM,
+                      {"--port", "0", "--base", "/base", "--write-config", configurationPath,
+                       "--token-lifetime", "120", "--service-token-lifetime", "60"});
+        // The three lines are flushed together.
+        QTRY_VERIFY_WITH_TIMEOUT(program.canReadLine(), 20000);
+        const QString lines = QString::fromUtf8(program.readAllStandardOutput());
+        const auto match = QRegularExpression("^listening on (http://127\\.0\\.0\\.1:\\d+/base)\n"
+                                              "service demo-files on http://127\\.0\\.0\\.1:\\d+/\n"
+                                              "service demo-reports on http://127\\.0\\.0\\.1:\\d+/\n$")
+                               .match(lines);
+        QVERIFY2(match.hasMatch(), qPrintable(lines));
+        const QUrl url(match.captured(1));
+        const QJsonObject configuration = QJsonDocument::fromJson(readFile(configurationPath)).object();
+        QCOMPARE(configuration.value("serviceUrl").toString(), url.toString());
+        // Clients verify what it holds; others may read it, not write it.
+        QCOMPARE(QFile::permissions(configurationPath) & (QFileDevice::ReadOther | QFileDevice::WriteOther),
+                 QFileDevice::Permissions(QFileDevice::ReadOther));
+
+        ServiceClient client(url);
+        const QByteArray token = client.login(demo::Ada, demo::AdaPassword);
+        client.setToken(token);
+        const QByteArray serviceToken = client.get("tokens/" + demo::FilesService).text("token").toLatin1();
+        // Signature and encoding are checked end to end by the account suites and the played services.
+        for (const auto &[issued, audience, lifetime] :
+             {std::tuple(token, "vantro-account", 120), std::tuple(serviceToken, "demo-files", 60)}) {
+            const QJsonObject claims = vn::devservice::TokenSigner::readClaims(issued);
+            const QJsonObject expected{
+                {"iss", url.toString()}, {"sub", demo::AdaConsumerId}, {"aud", audience}};
+            QCOMPARE(subset(claims, expected), expected);
+            QCOMPARE(claims.value("exp").toDouble() - claims.value("iat").toDouble(), double(lifetime));
+        }
+        QCOMPARE(client.get("../../admin/faults").status, 200);
+        // Nothing answers outside the base path.
+        ServiceClient outside(url.adjusted(QUrl::RemovePath));
+        outside.setToken(token);
+        QCOMPARE(outside.get("consumer").status, 404);
+
+        program.terminate();
+        QVERIFY(program.waitForFinished(20000));
+        QCOMPARE(program.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(program.exitCode(), 0);
+        // One line per request, and never a credential.
+        const QString log = QString::fromUtf8(program.readAllStandardError());
+        QVERIFY(!log.contains(demo::AdaPassword) &&
+                !log.contains(QString::fromLatin1(token.split('.').at(1))));
+        const QStringList logged = log.split('\n').filter("vantro.devservice.request: ");
+        QCOMPARE(logged.size(), 4);
+        QVERIFY2(
+            QRegularExpression("POST /base/api/v1/authenticate 200 \\d+ ms$").match(logged.at(0)).hasMatch(),
+            qPrintable(logged.at(0)));
+        // Connections are logged from their own threads, in no fixed order.
+        QVERIFY2(log.contains("GET /api/v1/consumer 404"), qPrintable(log));
+    }
+
+    void programRefusesBadOptions_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("exitCode");
+        const auto row = [](const char *name, const char *arguments, int exitCode) {
+            QTest::newRow(name) << QString(arguments).split(' ') << exitCode;
+        };
+        row("port not a number", "--port eighty", 2);
+        row("port out of range", "--port 70000", 2);
+        row("services port out of range", "--services-port 70000", 2);
+        row("token lifetime zero", "--token-lifetime 0", 2);
+        row("unknown option", "--verbose", 2);
+        row("stray argument", "serve", 2);
+        row("missing scenario", "--port 0 --scenario /nonexistent/scenario.json", 1);
+        row("address of another machine", "--port 0 --listen 192.0.2.1", 1);
+        row("configuration in a missing folder", "--port 0 --write-config /nonexistent/folder/account.json",
+            1);
+    }
+
+    void programRefusesBadOptions()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, exitCode);
+
+        const ProcessResult result = runProcess(DEVSERVICE_PROGRAM, arguments);
+        QCOMPARE(result.exitCode, exitCode);
+        QVERIFY(result.out.isEmpty() && result.err.contains("vantro-account-devservice: "));
     }
 
 private:

@@ -1,5 +1,5 @@
-// Keys and signed JSON objects against the openssl command-line tool: an implementation of the same
-// algorithms that shares no code with ours.
+// Canonical JSON against its conformance set; keys and signed JSON objects against the openssl
+// command-line tool, an implementation of the same algorithms that shares no code with ours.
 #include <VantroCrypto/jsoncanonical.h>
 #include <VantroCrypto/jsonsignature.h>
 #include <VantroCrypto/privatekey.h>
@@ -7,13 +7,18 @@
 
 #include "testio.h"
 
+#include <QDir>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include <openssl/err.h>
 
+#include <cstring>
+
 using namespace vn::crypto;
+using namespace vn::test;
 
 namespace {
 
@@ -39,14 +44,14 @@ const QStringList PssOptions =
 /// What openssl prints for @p arguments with @p input on its standard input; empty when it fails.
 QByteArray openssl(const QStringList &arguments, const QByteArray &input = QByteArray())
 {
-    const vn::test::ProcessResult result = vn::test::runProcess(QStringLiteral("openssl"), arguments, input);
+    const ProcessResult result = runProcess(QStringLiteral("openssl"), arguments, input);
     return result.exitCode == 0 ? result.out
                                 : (qWarning("openssl: %s", result.err.constData()), QByteArray());
 }
 
 } // namespace
 
-class TestKeys : public QObject
+class TestCrypto : public QObject
 {
     Q_OBJECT
 
@@ -56,11 +61,8 @@ class TestKeys : public QObject
     QByteArray m_peerDer; // its SubjectPublicKeyInfo, which fingerprints hash
 
     QString path(const QString &name) const { return m_folder.filePath(name); }
-    QByteArray contents(const QString &name) const { return vn::test::readFile(path(name)); }
-    bool write(const QString &name, const QByteArray &data) const
-    {
-        return vn::test::writeFile(path(name), data);
-    }
+    QByteArray contents(const QString &name) const { return readFile(path(name)); }
+    bool write(const QString &name, const QByteArray &data) const { return writeFile(path(name), data); }
 
 private Q_SLOTS:
     void initTestCase()
@@ -84,6 +86,62 @@ private Q_SLOTS:
         m_peer = PublicKey(path("peer.pub"));
         m_ours = PrivateKey(AbstractKey::RSA, 2048);
         QVERIFY(write("ours.pub", m_ours.publicKey().toPEM()));
+    }
+
+    // The conformance set: every input document against its expected bytes, and every line of
+    // numbers.txt as a number against ECMAScript's text for it. Empty: the value has no canonical form.
+    void canonicalForm_data()
+    {
+        QTest::addColumn<QJsonValue>("value");
+        QTest::addColumn<QByteArray>("expected");
+        const QDir jcs(QStringLiteral(VANTRO_TEST_DATA_DIR "/jcs"));
+        const QStringList inputs = QDir(jcs.filePath("input")).entryList({"*.json"});
+        QVERIFY2(inputs.size() >= 6, qPrintable(jcs.path()));
+        for (const QString &name : inputs) {
+            const QJsonDocument document = QJsonDocument::fromJson(readFile(jcs.filePath("input/" + name)));
+            QVERIFY2(!document.isNull(), qPrintable(name));
+            QTest::addRow("%s", qPrintable(name))
+                << (document.isObject() ? QJsonValue(document.object()) : QJsonValue(document.array()))
+                << readFile(jcs.filePath("output/" + name));
+        }
+        const QList<QByteArray> numbers = readFile(jcs.filePath("numbers.txt")).split('\n');
+        QCOMPARE(numbers.size(), 100001); // the last line ends with a newline too
+        for (int line = 0; line < numbers.size() - 1; ++line) {
+            const int comma = numbers[line].indexOf(',');
+            bool ok = false;
+            const quint64 bits = numbers[line].left(comma).toULongLong(&ok, 16);
+            QVERIFY2(comma > 0 && ok, numbers[line].constData());
+            double value;
+            std::memcpy(&value, &bits, sizeof value);
+            QTest::addRow("numbers.txt:%d", line + 1) << QJsonValue(value) << numbers[line].mid(comma + 1);
+        }
+        // Qt keeps integer literals as qint64; their canonical form is that of the nearest double.
+        const auto parsed = [](const char *json) { return QJsonDocument::fromJson(json).array().first(); };
+        QTest::newRow("integer beyond 2^53")
+            << parsed("[9007199254740993]") << QByteArray("9007199254740992");
+        QTest::newRow("largest qint64")
+            << parsed("[9223372036854775807]") << QByteArray("9223372036854776000");
+        QTest::newRow("negative zero literal") << parsed("[-0]") << QByteArray("0");
+        // The last control character is escaped, DEL is not.
+        QTest::newRow("control characters")
+            << QJsonValue(QString::fromLatin1("\x1f \x7f")) << QByteArray("\"\\u001f \x7f\"");
+        QTest::newRow("NaN") << QJsonValue(qQNaN()) << QByteArray();
+        QTest::newRow("infinity deep inside")
+            << QJsonValue(QJsonObject{{"a", 1}, {"b", QJsonArray{qInf()}}}) << QByteArray();
+        QTest::newRow("lone surrogate in a key")
+            << QJsonValue(QJsonObject{{QString(QChar(0xd800)), 1}}) << QByteArray();
+        QTest::newRow("lone low surrogate") << QJsonValue(QString(QChar(0xdc00)) + 'x') << QByteArray();
+        QTest::newRow("undefined") << QJsonValue(QJsonValue::Undefined) << QByteArray();
+    }
+
+    void canonicalForm()
+    {
+        QFETCH(QJsonValue, value);
+        QFETCH(QByteArray, expected);
+        QCOMPARE(JsonCanonical::serialize(value), expected);
+        if (value.isDouble()) {
+            QCOMPARE(JsonCanonical::formatNumber(value.toDouble()), expected);
+        }
     }
 
     void read_data()
@@ -225,5 +283,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestKeys)
-#include "tst_keys.moc"
+QTEST_GUILESS_MAIN(TestCrypto)
+#include "tst_crypto.moc"
