@@ -241,6 +241,7 @@ private Q_SLOTS:
         row("own token", "demo-files", "demo-files", 200,
             "{'service': 'demo-files', 'path': '/api/v1/items', "
             "'subject': 'd99d9154-7a9c-4694-a1c7-0e2359e87f70', 'name': 'Ada Lovelace'}");
+        row("no token", "demo-files", "", 401, "{'error': 'a bearer token is required'}");
         row("token of the account", "demo-reports", "account", 401,
             "{'error': 'the token is not for this service'}");
         row("expired", "demo-files", "expired", 401, "{'error': 'the token has expired'}");
