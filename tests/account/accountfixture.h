@@ -2,6 +2,7 @@
 
 #include "autotest_p.h"
 #include "demoscenario.h"
+#include "testio.h"
 #include "testjson.h"
 
 #include <devservice.h>
@@ -87,11 +88,7 @@ struct AccountFixture
         return finished.wait();
     }
 
-    static QByteArray demoDeviceKey()
-    {
-        QFile file(QStringLiteral(DEMO_DEVICE_KEY));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
+    static QByteArray demoDeviceKey() { return vn::test::readFile(QStringLiteral(DEMO_DEVICE_KEY)); }
 
     /// The service resource of @p account named @p name, or null.
     static vn::account::Service *findService(const vn::account::Account &account, const QString &name)

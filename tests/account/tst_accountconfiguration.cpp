@@ -1,6 +1,7 @@
 // The account configuration: the built-in one, the cache switch, and what a configuration file
 // loads or why it ends the process.
 
+#include "testio.h"
 #include "trustfixture.h"
 
 #include <VantroAccount/accountconfiguration.h>
@@ -40,10 +41,14 @@ class TestAccountConfiguration : public QObject
         return sign();
     }
 
-    bool install(const QByteArray &content) const { return trustfixture::writeFile(configPath(), content); }
+    bool install(const QByteArray &content) const { return vn::test::writeFile(configPath(), content); }
 
 private Q_SLOTS:
-    void initTestCase() { QVERIFY(m_configKey.isValid() && m_otherKey.isValid()); }
+    void initTestCase()
+    {
+        QVERIFY(m_configKey.isValid() && m_otherKey.isValid());
+        qputenv(ProbeVariable, "1");
+    }
 
     void init() { qputenv("VANTRO_ACCOUNT_CONFIG", QFile::encodeName(configPath())); }
 
@@ -129,16 +134,8 @@ private Q_SLOTS:
         QFETCH(QString, line);
         QVERIFY(content.isNull() ? !QFile::exists(configPath()) || QFile::remove(configPath())
                                  : install(content));
-
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QString::fromLatin1(ProbeVariable), QStringLiteral("1"));
-        environment.insert(QStringLiteral("QT_MESSAGE_PATTERN"), QStringLiteral("%{type}: %{message}"));
-        QProcess child;
-        child.setProcessEnvironment(environment);
-        child.setProcessChannelMode(QProcess::MergedChannels);
-        child.start(QCoreApplication::applicationFilePath(), QStringList());
-        QVERIFY(child.waitForFinished(30000));
-        const QString output = QString::fromLocal8Bit(child.readAll());
+        const auto child = vn::test::runProcess(QCoreApplication::applicationFilePath(), {});
+        const QString output = QString::fromLocal8Bit(child.out + child.err);
         QVERIFY2(output.split(QLatin1Char('\n')).contains(line), qPrintable(output));
     }
 };
@@ -147,6 +144,7 @@ int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
     if (qEnvironmentVariableIsSet(ProbeVariable)) {
+        qSetMessagePattern(QStringLiteral("%{type}: %{message}"));
         const QString url = AccountConfiguration::serviceUrl().toString();
         const QString root = vn::account::RootIdentity(nullptr).uuid();
         std::printf("loaded %s %s\n", qPrintable(url), qPrintable(root));

@@ -220,20 +220,18 @@ private Q_SLOTS:
     void key()
     {
         const PrivateKey other(1, 2048);
-        QFile file(m_fixture.folder.filePath(QStringLiteral("other.pem")));
-        QVERIFY(file.open(QIODevice::WriteOnly) &&
-                file.write(other.toEncryptedPEM(QStringLiteral("sesame"))) > 0);
-        file.close();
+        const QString file = m_fixture.folder.filePath(QStringLiteral("other.pem"));
+        QVERIFY(vn::test::writeFile(file, other.toEncryptedPEM(QStringLiteral("sesame"))));
         ChallengeResponseAuthenticator authenticator;
         QSignalSpy keyChanged(&authenticator, &ChallengeResponseAuthenticator::privateKeyChanged);
         authenticator.setPrivateKey(m_demoKey);
         authenticator.setPrivateKey(PrivateKey(m_demoKey.toPEM())); // another object, the same key
         QVERIFY(authenticator.loadPrivateKey(QUrl::fromLocalFile(QStringLiteral(DEMO_DEVICE_KEY))));
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression("other.pem"));
-        QVERIFY(!authenticator.loadPrivateKey(QUrl::fromLocalFile(file.fileName()), QStringLiteral("wrong")));
+        QVERIFY(!authenticator.loadPrivateKey(QUrl::fromLocalFile(file), QStringLiteral("wrong")));
         QCOMPARE(keyChanged.size(), 1);
         QCOMPARE(authenticator.privateKey().toPEM(), m_demoKey.toPEM());
-        QVERIFY(authenticator.loadPrivateKey(QUrl::fromLocalFile(file.fileName()), QStringLiteral("sesame")));
+        QVERIFY(authenticator.loadPrivateKey(QUrl::fromLocalFile(file), QStringLiteral("sesame")));
         QCOMPARE(keyChanged.size(), 2);
         QCOMPARE(authenticator.privateKey().toPEM(), other.toPEM());
     }

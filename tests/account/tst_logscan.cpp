@@ -7,16 +7,12 @@
 #include <Vantro/getrequest.h>
 #include <VantroAccount/loginlistmodel.h>
 
+#include "testio.h"
+#include "testlog.h"
+
 #include <cstdio>
 
 using namespace vn::account;
-
-static QStringList s_lines;
-
-static void recordLine(QtMsgType, const QMessageLogContext &context, const QString &message)
-{
-    s_lines.append(QLatin1String(context.category) + QLatin1String(": ") + message);
-}
 
 // The secret members of resource payloads (passwords, tokens, secrets), at any depth; user names
 // and OAuth consumer keys name an account rather than prove it.
@@ -64,7 +60,8 @@ private Q_SLOTS:
         QVERIFY(m_fixture.start(0.01));
         m_fixture.service.setJournalLimit(100000);
         QLoggingCategory::setFilterRules(QStringLiteral("vantro.*=true"));
-        const QtMessageHandler previous = qInstallMessageHandler(recordLine);
+        vn::test::collectLogMessagesOnly();
+        QStringList &lines = vn::test::loggedMessages();
         QStringList secrets{demo::AdaPassword};
         {
             Account account;
@@ -87,24 +84,19 @@ private Q_SLOTS:
             account.logout();
             QTRY_COMPARE(account.status(), Account::Disconnected);
         }
-        qInstallMessageHandler(previous);
 
-        // The client, signing in, using a service and signing out with its library's lines shown.
+        // The client, signing in, using a service and signing out with its library's lines shown, in
+        // a profile of its own (this process is done with its profile).
         const QTemporaryDir profiles;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("VANTRO_PROFILE_LOCATION"), profiles.path());
+        qputenv("VANTRO_PROFILE_LOCATION", QFile::encodeName(profiles.path()));
         const QList<QStringList> commands{
             {"login", demo::Ada, "--password-stdin"}, {"services", "get", "demo-files", "items"}, {"logout"}};
         for (const QStringList &command : commands) {
-            QProcess client;
-            client.setProcessEnvironment(environment);
-            client.start(QStringLiteral(VANTRO_ACCOUNT_PROGRAM), command + QStringList{"--verbose"});
-            client.write(demo::AdaPassword.toUtf8() + '\n');
-            client.closeWriteChannel();
-            QVERIFY(client.waitForFinished(60000));
-            QCOMPARE(client.exitCode(), 0);
-            s_lines += QString::fromUtf8(client.readAllStandardOutput() + client.readAllStandardError())
-                           .split(QLatin1Char('\n'));
+            const auto client =
+                vn::test::runProcess(QStringLiteral(VANTRO_ACCOUNT_PROGRAM),
+                                     command + QStringList{"--verbose"}, demo::AdaPassword.toUtf8() + '\n');
+            QCOMPARE(client.exitCode, 0);
+            lines += QString::fromUtf8(client.out + client.err).split(QLatin1Char('\n'));
         }
 
         // What the service saw: every token it received, the played services' among them.
@@ -119,15 +111,15 @@ private Q_SLOTS:
         }
         secrets.removeDuplicates();
         QVERIFY2(secrets.size() > 30, qPrintable(QString::number(secrets.size())));
-        QVERIFY2(s_lines.size() > 100, qPrintable(QString::number(s_lines.size())));
-        for (const QString &line : qAsConst(s_lines)) {
+        QVERIFY2(lines.size() > 100, qPrintable(QString::number(lines.size())));
+        for (const QString &line : qAsConst(lines)) {
             for (const QString &secret : qAsConst(secrets)) {
                 // The line's category, never the secret, goes into the failure.
                 QVERIFY2(!line.contains(secret),
                          qPrintable(QStringLiteral("a secret in: ") + line.section(':', 0, 0)));
             }
         }
-        std::printf("%d lines scanned for %d secrets\n", int(s_lines.size()), int(secrets.size()));
+        std::printf("%d lines scanned for %d secrets\n", int(lines.size()), int(secrets.size()));
     }
 };
 

@@ -7,12 +7,13 @@
 #include <VantroAccount/profile.h>
 #include <VantroCrypto/privatekey.h>
 
+#include "testio.h"
+
 #include <QtTest>
 
 #include <array>
 #include <csignal>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <variant>
@@ -58,13 +59,6 @@ QJsonArray resources(int generation)
                                    {"payload", QString(220, QLatin1Char(generation ? 'n' : 'o'))}});
     }
     return records;
-}
-
-QString modeOf(const QString &path)
-{
-    struct stat info;
-    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? QString::number(info.st_mode & 07777, 8)
-                                                                   : QStringLiteral("missing");
 }
 
 } // namespace
@@ -135,12 +129,12 @@ private Q_SLOTS:
                                                                                       : -1;
                 QVERIFY2(held[index] >= 0,
                          qPrintable(entry.name + " is torn after kill " + QString::number(kill)));
-                QCOMPARE(modeOf(folder + QLatin1Char('/') + entry.name), QStringLiteral("600"));
+                QCOMPARE(vn::test::fileMode(folder + QLatin1Char('/') + entry.name), QStringLiteral("600"));
             }
             QCOMPARE(reopened.entries().join(' '), names);
             const auto everything = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
             QCOMPARE(QDir(folder).entryList(everything, QDir::Name).join(' '), names);
-            QCOMPARE(modeOf(folder), QStringLiteral("700"));
+            QCOMPARE(vn::test::fileMode(folder), QStringLiteral("700"));
         }
     }
 };
