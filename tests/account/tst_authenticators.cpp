@@ -117,14 +117,13 @@ private Q_SLOTS:
         m_fixture.service.clearJournal();
         m_authenticator.setUserName(demo::Ada);
         m_authenticator.setPassword(demo::AdaPassword);
-        QList<Status> finished;
-        connect(&m_authenticator, &AbstractAuthenticator::finished, this,
-                [&finished](Status status) { finished.append(status); });
+        QSignalSpy finished(&m_authenticator, &AbstractAuthenticator::finished);
         m_authenticator.start();
         m_authenticator.start();
-        QTRY_COMPARE(finished, QList<Status>({Status::Busy, Status::Success}));
+        QTRY_COMPARE(finished.size(), 2);
+        QCOMPARE(finished.at(0).at(0).value<Status>(), Status::Busy);
+        QCOMPARE(finished.at(1).at(0).value<Status>(), Status::Success);
         QCOMPARE(m_fixture.service.journal().size(), 1);
-        disconnect(&m_authenticator, nullptr, this, nullptr);
     }
 
     // "answer": phase 1's answer ("secret": the known challenge, without an "id"); "logged": a critical line.

@@ -281,19 +281,16 @@ private Q_SLOTS:
                 }
             }
         };
-        // A failed login leaves the signed-out profile as it was.
-        rows(Login, "Connected NoError",
-             {"500 503 | Disconnected ServiceFailure | kept",
-              "401 403 404 malformed shape | Disconnected AuthenticationFailed | kept",
-              "dropped cut silent oversized | Disconnected ServiceUnavailable | kept"});
+        // A failed login leaves the signed-out profile as it was; a device's answer fails as a password.
+        const QStringList loginCells{"500 503 | Disconnected ServiceFailure | kept",
+                                     "401 403 404 malformed shape | Disconnected AuthenticationFailed | kept",
+                                     "dropped cut silent oversized | Disconnected ServiceUnavailable | kept"};
+        rows(Login, "Connected NoError", loginCells);
+        rows(DeviceAnswer, "Connected NoError", loginCells);
         // A challenge answer without a challenge is the service's failure.
         rows(DeviceChallenge, "Connected NoError",
              {"500 503 malformed shape | Disconnected ServiceFailure | kept",
               "401 403 404 | Disconnected AuthenticationFailed | kept",
-              "dropped cut silent oversized | Disconnected ServiceUnavailable | kept"});
-        rows(DeviceAnswer, "Connected NoError",
-             {"500 503 | Disconnected ServiceFailure | kept",
-              "401 403 404 malformed shape | Disconnected AuthenticationFailed | kept",
               "dropped cut silent oversized | Disconnected ServiceUnavailable | kept"});
         // Only a 401 of the online check ends the login; a 200 that does not read still says online.
         rows(OnlineCheck, "Connected online",

@@ -3,12 +3,11 @@
 // access or service token, no credential, no private key text.
 
 #include "accountfixture.h"
+#include "testio.h"
+#include "testlog.h"
 
 #include <Vantro/getrequest.h>
 #include <VantroAccount/loginlistmodel.h>
-
-#include "testio.h"
-#include "testlog.h"
 
 #include <cstdio>
 
@@ -39,9 +38,15 @@ class TestLogScan : public QObject
     Q_OBJECT
     AccountFixture m_fixture;
 
-    // Waits until each demo service holds a token, then fetches something through it.
-    void useServices(const Account &account)
+    // Signs in with @p authenticator, whose access token is a secret, lists the logins, fetches
+    // through each demo service once it holds a token, and signs out.
+    void session(Account &account, AbstractAuthenticator *authenticator, QStringList &secrets)
     {
+        account.login(authenticator);
+        QTRY_VERIFY(account.status() == Account::Connected && !account.resourceList().isEmpty());
+        secrets.append(QString::fromLatin1(QByteArray(account.accessToken())));
+        const LoginListModel logins;
+        QTRY_VERIFY(logins.rowCount() > 0);
         for (const char *name : {"demo-files", "demo-reports"}) {
             Service *service = AccountFixture::findService(account, QLatin1String(name));
             QVERIFY(service);
@@ -52,6 +57,8 @@ class TestLogScan : public QObject
                     [&answered] { answered = true; });
             QTRY_VERIFY(answered);
         }
+        account.logout();
+        QTRY_COMPARE(account.status(), Account::Disconnected);
     }
 
 private Q_SLOTS:
@@ -65,24 +72,13 @@ private Q_SLOTS:
         QStringList secrets{demo::AdaPassword};
         {
             Account account;
-            QVERIFY(AccountFixture::connect(account, true));
-            secrets.append(QString::fromLatin1(QByteArray(account.accessToken())));
-            secrets += pemLines(account.clientKey().toPEM());
-            vn::account::LoginListModel logins;
-            QTRY_VERIFY(logins.rowCount(QModelIndex()) > 0);
-            useServices(account);
-            account.logout();
-            QTRY_COMPARE(account.status(), Account::Disconnected);
-
-            vn::account::ChallengeResponseAuthenticator device;
+            CredentialAuthenticator password;
+            AccountFixture::asAda(password, true);
+            ChallengeResponseAuthenticator device;
             QVERIFY(device.loadPrivateKey(QUrl::fromLocalFile(QStringLiteral(DEMO_DEVICE_KEY))));
-            secrets += pemLines(device.privateKey().toPEM());
-            account.login(&device);
-            QTRY_VERIFY(account.status() == Account::Connected && !account.resourceList().isEmpty());
-            secrets.append(QString::fromLatin1(QByteArray(account.accessToken())));
-            useServices(account);
-            account.logout();
-            QTRY_COMPARE(account.status(), Account::Disconnected);
+            secrets += pemLines(account.clientKey().toPEM()) + pemLines(device.privateKey().toPEM());
+            session(account, &password, secrets);
+            session(account, &device, secrets);
         }
 
         // The client, signing in, using a service and signing out with its library's lines shown, in

@@ -72,9 +72,7 @@ private Q_SLOTS:
     void writerKilledAtRandom()
     {
         QVERIFY2(qEnvironmentVariableIsSet("VANTRO_PROFILE_LOCATION"), "run through ctest");
-        const int kills = qEnvironmentVariableIsSet("VANTRO_PROFILE_KILLS")
-                              ? qEnvironmentVariableIntValue("VANTRO_PROFILE_KILLS")
-                              : 30;
+        const int kills = qEnvironmentVariable("VANTRO_PROFILE_KILLS", QStringLiteral("30")).toInt();
         QLoggingCategory::setFilterRules(QStringLiteral("vantro.account.info=false"));
         ::umask(0);
         const QString folder = vn::Locations::profileLocation().absoluteFilePath(Account::profile().name());
