@@ -153,7 +153,11 @@ struct AccountFixture
     {
         struct Redirect : QNetworkAccessManager
         {
-            QUrl target;
+            Redirect(const QUrl &target, QObject *parent)
+                : QNetworkAccessManager(parent)
+                , target(target)
+            {}
+            const QUrl target;
             QNetworkReply *createRequest(Operation operation, const QNetworkRequest &request,
                                          QIODevice *body) override
             {
@@ -166,13 +170,7 @@ struct AccountFixture
         struct Factory : QQmlNetworkAccessManagerFactory
         {
             QUrl target;
-            QNetworkAccessManager *create(QObject *parent) override
-            {
-                auto *manager = new Redirect;
-                manager->setParent(parent);
-                manager->target = target;
-                return manager;
-            }
+            QNetworkAccessManager *create(QObject *parent) override { return new Redirect(target, parent); }
         };
         auto factory = std::make_unique<Factory>();
         factory->target = service.url().resolved(QUrl(QStringLiteral("api/v1/password-reset")));

@@ -110,13 +110,10 @@ private Q_SLOTS:
         const QJsonObject object{{"id", "s-1"}, {"nested", QJsonObject{{"n", 2}}}};
         QVERIFY(profile.write("object", object));
         QVERIFY(readFile(pathOf(Work, "object")).startsWith("{\n    \""));
-        QCOMPARE(profile.readObject("object"), object);
         QVERIFY(profile.readArray("object").isEmpty());
-        const QJsonArray array{object, "two"};
-        QVERIFY(profile.write("array", array));
-        QCOMPARE(profile.readArray("array"), array);
+        QVERIFY(profile.write("array", QJsonArray{object, "two"}));
         QVERIFY(profile.readObject("array").isEmpty());
-        // Tokens and keys come back in tst_profilecrash.
+        // Objects, arrays, tokens and keys come back whole in tst_profilecrash.
     }
 
     void entriesAndDelete()
