@@ -110,9 +110,10 @@ private Q_SLOTS:
         QVERIFY2(lines.size() > 100, qPrintable(QString::number(lines.size())));
         for (const QString &line : qAsConst(lines)) {
             for (const QString &secret : qAsConst(secrets)) {
-                // The line's category, never the secret, goes into the failure.
-                QVERIFY2(!line.contains(secret),
-                         qPrintable(QStringLiteral("a secret in: ") + line.section(':', 0, 0)));
+                // The line's category, never the secret, goes into the failure; a client's line may
+                // have none, and then its start would be the secret.
+                QVERIFY2(!line.contains(secret), qPrintable(QStringLiteral("a secret in: ") +
+                                                            line.section(':', 0, 0).remove(secret)));
             }
         }
         std::printf("%d lines scanned for %d secrets\n", int(lines.size()), int(secrets.size()));
