@@ -102,11 +102,6 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("content"); // null: no file at all
         QTest::addColumn<QString>("line");       // the child's line that tells its fate
 
-        const auto parseError = [](const QByteArray &content) -> QString {
-            QJsonParseError error;
-            QJsonDocument::fromJson(content, &error);
-            return QStringLiteral("fatal: Invalid account configuration: ") + error.errorString();
-        };
         QTest::newRow("slash added") << document("https://a.example/api")
                                      << "loaded https://a.example/api/ root";
         QTest::newRow("slash kept") << document("https://a.example/api/")
@@ -117,9 +112,11 @@ private Q_SLOTS:
         QTest::newRow("missing file")
             << QByteArray()
             << QStringLiteral("fatal: Account configuration \"%1\" does not exist").arg(configPath());
-        QTest::newRow("invalid JSON") << QByteArray("{\"serviceUrl\": ") << parseError("{\"serviceUrl\": ");
-        const QByteArray oversized = document("https://a.example", 4097);
-        QTest::newRow("4097 bytes") << oversized << parseError(oversized.left(4096));
+        QTest::newRow("invalid JSON")
+            << QByteArray("{\"serviceUrl\": ") << "fatal: Invalid account configuration: unterminated object";
+        // Only the first 4096 bytes of a larger file are read: a cut document, as Qt words it.
+        QTest::newRow("4097 bytes") << document("https://a.example", 4097)
+                                    << "fatal: Invalid account configuration: unterminated string";
         // Its own root key would verify it; only the built-in key counts.
         QTest::newRow("signed by its own root key") << document("https://a.example", 0, &m_otherKey)
                                                     << "fatal: Invalid account configuration - aborting";

@@ -13,20 +13,6 @@
 
 using namespace vn::account;
 
-// The secret members of resource payloads (passwords, tokens, secrets), at any depth; user names
-// and OAuth consumer keys name an account rather than prove it.
-static QStringList credentials(const QJsonObject &payload)
-{
-    QStringList found;
-    auto matches = QRegularExpression(QStringLiteral("\"[^\"]*(password|token|secret)[^\"]*\":\"([^\"]*)\""),
-                                      QRegularExpression::CaseInsensitiveOption)
-                       .globalMatch(QString::fromUtf8(QJsonDocument(payload).toJson(QJsonDocument::Compact)));
-    while (matches.hasNext()) {
-        found.append(matches.next().captured(2));
-    }
-    return found;
-}
-
 // The lines of a PEM text between its armour: each is key material.
 static QStringList pemLines(const QByteArray &pem)
 {
@@ -102,8 +88,18 @@ private Q_SLOTS:
                 secrets.append(QString::fromLatin1(bearer.mid(7)));
             }
         }
+        // The secret members of resource payloads (passwords, tokens, secrets), at any depth; user
+        // names and OAuth consumer keys name an account rather than prove it.
+        const QRegularExpression secretMember(
+            QStringLiteral("\"[^\"]*(password|token|secret)[^\"]*\":\"([^\"]*)\""),
+            QRegularExpression::CaseInsensitiveOption);
         for (const auto &resource : m_fixture.service.scenario().resources()) {
-            secrets += credentials(resource.record.value(QLatin1String("payload")).toObject());
+            const QJsonDocument payload(resource.record.value(QLatin1String("payload")).toObject());
+            auto matches =
+                secretMember.globalMatch(QString::fromUtf8(payload.toJson(QJsonDocument::Compact)));
+            while (matches.hasNext()) {
+                secrets.append(matches.next().captured(2));
+            }
         }
         secrets.removeDuplicates();
         QVERIFY2(secrets.size() > 30, qPrintable(QString::number(secrets.size())));
