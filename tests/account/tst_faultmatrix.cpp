@@ -273,7 +273,7 @@ private Q_SLOTS:
                 }
             }
         };
-        // A failed login leaves the signed-out profile as it was; a device's answer fails as a password.
+        // A failed login leaves the signed-out profile as it was; a device's answer fails as a password does.
         const QStringList loginCells{"500 503 | Disconnected ServiceFailure | kept",
                                      "401 403 404 malformed shape | Disconnected AuthenticationFailed | kept",
                                      "dropped cut silent oversized | Disconnected ServiceUnavailable | kept"};
