@@ -2,6 +2,7 @@
 
 #include "autotest_p.h"
 #include "demoscenario.h"
+#include "testio.h"
 #include "testjson.h"
 
 #include <devservice.h>
@@ -87,11 +88,7 @@ struct AccountFixture
         return finished.wait();
     }
 
-    static QByteArray demoDeviceKey()
-    {
-        QFile file(QStringLiteral(DEMO_DEVICE_KEY));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
+    static QByteArray demoDeviceKey() { return vn::test::readFile(QStringLiteral(DEMO_DEVICE_KEY)); }
 
     /// The service resource of @p account named @p name, or null.
     static vn::account::Service *findService(const vn::account::Account &account, const QString &name)
@@ -156,7 +153,11 @@ struct AccountFixture
     {
         struct Redirect : QNetworkAccessManager
         {
-            QUrl target;
+            Redirect(const QUrl &target, QObject *parent)
+                : QNetworkAccessManager(parent)
+                , target(target)
+            {}
+            const QUrl target;
             QNetworkReply *createRequest(Operation operation, const QNetworkRequest &request,
                                          QIODevice *body) override
             {
@@ -169,13 +170,7 @@ struct AccountFixture
         struct Factory : QQmlNetworkAccessManagerFactory
         {
             QUrl target;
-            QNetworkAccessManager *create(QObject *parent) override
-            {
-                auto *manager = new Redirect;
-                manager->setParent(parent);
-                manager->target = target;
-                return manager;
-            }
+            QNetworkAccessManager *create(QObject *parent) override { return new Redirect(target, parent); }
         };
         auto factory = std::make_unique<Factory>();
         factory->target = service.url().resolved(QUrl(QStringLiteral("api/v1/password-reset")));

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "testio.h"
+
 #include <VantroCrypto/jsonsignature.h>
 #include <VantroCrypto/privatekey.h>
 
@@ -11,8 +13,7 @@ namespace trustfixture {
 
 inline vn::crypto::PrivateKey developmentConfigKey()
 {
-    QFile file(QStringLiteral(VANTRO_DEV_CONFIG_KEY));
-    return file.open(QIODevice::ReadOnly) ? vn::crypto::PrivateKey(file.readAll()) : vn::crypto::PrivateKey();
+    return vn::crypto::PrivateKey(vn::test::readFile(QStringLiteral(VANTRO_DEV_CONFIG_KEY)));
 }
 
 /// A configuration naming @p serviceUrl and a root identity "root" ("Test Root") with @p rootKey.
@@ -29,12 +30,6 @@ inline QByteArray signedDocument(const QJsonObject &object, const vn::crypto::Pr
     return QJsonDocument(vn::crypto::JsonSignature::sign(object, key)).toJson(QJsonDocument::Compact);
 }
 
-inline bool writeFile(const QString &path, const QByteArray &content)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(content) == content.size();
-}
-
 /// Keys "root", "middle", "leaf" and "stranger", and a configuration whose root identity holds the
 /// "root" key, signed and named in VANTRO_ACCOUNT_CONFIG from construction on.
 class Chain
@@ -48,7 +43,7 @@ public:
         const QString path = m_folder.filePath(QStringLiteral("account.json"));
         const QJsonObject object =
             configuration(QStringLiteral("https://chain.example"), key("root").publicKey());
-        m_installed = writeFile(path, signedDocument(object, developmentConfigKey()));
+        m_installed = vn::test::writeFile(path, signedDocument(object, developmentConfigKey()));
         qputenv("VANTRO_ACCOUNT_CONFIG", QFile::encodeName(path));
     }
     bool isValid() const { return m_installed; }

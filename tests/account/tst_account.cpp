@@ -69,12 +69,10 @@ private Q_SLOTS:
                             const QSet<QString> &saved = {}, int restored = 0) {
             QTest::newRow(name) << user << password << persistent << status << errors << saved << restored;
         };
-        const QString ada = demo::Ada;
-        const QString password = demo::AdaPassword;
-        row("persistent", ada, password, Account::Connected, {}, true, Saved, 9);
-        row("this session only", ada, password, Account::Connected, {}, false);
-        row("wrong password", ada, "wrong", Account::Disconnected, {Account::AuthenticationFailed});
-        row("no user name", ">>", password, Account::Disconnected, {Account::InvalidLoginData});
+        row("persistent", demo::Ada, demo::AdaPassword, Account::Connected, {}, true, Saved, 9);
+        row("this session only", demo::Ada, demo::AdaPassword, Account::Connected, {}, false);
+        row("wrong password", demo::Ada, "wrong", Account::Disconnected, {Account::AuthenticationFailed});
+        row("no user name", ">>", demo::AdaPassword, Account::Disconnected, {Account::InvalidLoginData});
     }
 
     void login()
@@ -170,7 +168,6 @@ private Q_SLOTS:
         QVERIFY(AccountFixture::connect(account, false));
         const auto identity = account.identity();
         const auto resources = account.resourceList();
-        QSignalSpy consumerReplaced(account.consumer(), &QObject::destroyed);
         QSignalSpy identityChanged(&account, &Account::identityChanged);
         QSignalSpy resourcesChanged(&account, &Account::resourcesChanged);
         m_fixture.service.clearJournal();
@@ -178,7 +175,6 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(m_fixture.countRequests("GET", "/identity") > 1 &&
                                      m_fixture.countRequests("GET", "/entitled") > 1,
                                  10000);
-        QCOMPARE(consumerReplaced.size(), 1); // a record of the same consumer replaces its object
         QCOMPARE(account.identity(), identity);
         QCOMPARE(account.resourceList(), resources);
         QCOMPARE(identityChanged.size() + resourcesChanged.size(), 0);

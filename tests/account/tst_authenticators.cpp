@@ -117,14 +117,13 @@ private Q_SLOTS:
         m_fixture.service.clearJournal();
         m_authenticator.setUserName(demo::Ada);
         m_authenticator.setPassword(demo::AdaPassword);
-        QList<Status> finished;
-        connect(&m_authenticator, &AbstractAuthenticator::finished, this,
-                [&finished](Status status) { finished.append(status); });
+        QSignalSpy finished(&m_authenticator, &AbstractAuthenticator::finished);
         m_authenticator.start();
         m_authenticator.start();
-        QTRY_COMPARE(finished, QList<Status>({Status::Busy, Status::Success}));
+        QTRY_COMPARE(finished.size(), 2);
+        QCOMPARE(finished.at(0).at(0).value<Status>(), Status::Busy);
+        QCOMPARE(finished.at(1).at(0).value<Status>(), Status::Success);
         QCOMPARE(m_fixture.service.journal().size(), 1);
-        disconnect(&m_authenticator, nullptr, this, nullptr);
     }
 
     // "answer": phase 1's answer ("secret": the known challenge, without an "id"); "logged": a critical line.
@@ -220,20 +219,18 @@ private Q_SLOTS:
     void key()
     {
         const PrivateKey other(1, 2048);
-        QFile file(m_fixture.folder.filePath(QStringLiteral("other.pem")));
-        QVERIFY(file.open(QIODevice::WriteOnly) &&
-                file.write(other.toEncryptedPEM(QStringLiteral("sesame"))) > 0);
-        file.close();
+        const QString file = m_fixture.folder.filePath(QStringLiteral("other.pem"));
+        QVERIFY(vn::test::writeFile(file, other.toEncryptedPEM(QStringLiteral("sesame"))));
         ChallengeResponseAuthenticator authenticator;
         QSignalSpy keyChanged(&authenticator, &ChallengeResponseAuthenticator::privateKeyChanged);
         authenticator.setPrivateKey(m_demoKey);
         authenticator.setPrivateKey(PrivateKey(m_demoKey.toPEM())); // another object, the same key
         QVERIFY(authenticator.loadPrivateKey(QUrl::fromLocalFile(QStringLiteral(DEMO_DEVICE_KEY))));
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression("other.pem"));
-        QVERIFY(!authenticator.loadPrivateKey(QUrl::fromLocalFile(file.fileName()), QStringLiteral("wrong")));
+        QVERIFY(!authenticator.loadPrivateKey(QUrl::fromLocalFile(file), QStringLiteral("wrong")));
         QCOMPARE(keyChanged.size(), 1);
         QCOMPARE(authenticator.privateKey().toPEM(), m_demoKey.toPEM());
-        QVERIFY(authenticator.loadPrivateKey(QUrl::fromLocalFile(file.fileName()), QStringLiteral("sesame")));
+        QVERIFY(authenticator.loadPrivateKey(QUrl::fromLocalFile(file), QStringLiteral("sesame")));
         QCOMPARE(keyChanged.size(), 2);
         QCOMPARE(authenticator.privateKey().toPEM(), other.toPEM());
     }

@@ -2,6 +2,8 @@
 #include <VantroAccount/account.h>
 #include <VantroAccount/profile.h>
 
+#include "testio.h"
+
 #include <QtTest>
 
 #include <csignal>
@@ -10,6 +12,8 @@
 
 using vn::account::Account;
 using vn::account::Profile;
+using vn::test::fileMode;
+using vn::test::readFile;
 
 namespace {
 
@@ -22,20 +26,6 @@ QString pathOf(const QString &profile, const QString &entry = QString())
 {
     const QString folder = vn::Locations::profileLocation().absoluteFilePath(profile);
     return entry.isEmpty() ? folder : folder + QLatin1Char('/') + entry;
-}
-
-QByteArray fileContent(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<unreadable>");
-}
-
-// In octal, as ls and chmod show it.
-QString modeOf(const QString &path)
-{
-    struct stat info;
-    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? QString::number(info.st_mode & 07777, 8)
-                                                                   : QStringLiteral("missing");
 }
 
 // The only way to another name than the application's: a copy of a moved-from profile. Its folder
@@ -72,7 +62,7 @@ private Q_SLOTS:
     {
         Profile copied = freshDefaultProfile();
         QCOMPARE(copied.name(), Default);
-        QCOMPARE(modeOf(pathOf(Default)), QStringLiteral("700"));
+        QCOMPARE(fileMode(pathOf(Default)), QStringLiteral("700"));
 
         // Assignment takes the name only: reads and writes stay in the folder the object was built for.
         Profile moved(copied);
@@ -106,7 +96,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, stored);
         QFETCH(QByteArray, read);
         QVERIFY(Account::profile().write("raw", stored));
-        QCOMPARE(fileContent(pathOf(Work, "raw")), stored);
+        QCOMPARE(readFile(pathOf(Work, "raw")), stored);
         QCOMPARE(Account::profile().readBinary("raw"), read);
     }
 
@@ -115,18 +105,15 @@ private Q_SLOTS:
         Profile &profile = Account::profile();
         const QString text = QStringLiteral("Gr\u00fc\u00dfe");
         QVERIFY(profile.write("text", text));
-        QCOMPARE(fileContent(pathOf(Work, "text")), text.toUtf8());
+        QCOMPARE(readFile(pathOf(Work, "text")), text.toUtf8());
         QCOMPARE(profile.readString("text"), text);
         const QJsonObject object{{"id", "s-1"}, {"nested", QJsonObject{{"n", 2}}}};
         QVERIFY(profile.write("object", object));
-        QVERIFY(fileContent(pathOf(Work, "object")).startsWith("{\n    \""));
-        QCOMPARE(profile.readObject("object"), object);
+        QVERIFY(readFile(pathOf(Work, "object")).startsWith("{\n    \""));
         QVERIFY(profile.readArray("object").isEmpty());
-        const QJsonArray array{object, "two"};
-        QVERIFY(profile.write("array", array));
-        QCOMPARE(profile.readArray("array"), array);
+        QVERIFY(profile.write("array", QJsonArray{object, "two"}));
         QVERIFY(profile.readObject("array").isEmpty());
-        // Tokens and keys come back in tst_profilecrash.
+        // Objects, arrays, tokens and keys come back whole in tst_profilecrash.
     }
 
     void entriesAndDelete()
@@ -150,7 +137,7 @@ private Q_SLOTS:
         QVERIFY(Account::profile().write("private", QByteArray("secret")));
         QCOMPARE(::chmod(QFile::encodeName(path).constData(), 0666), 0);
         QVERIFY(Account::profile().write("private", QByteArray("secret")));
-        QCOMPARE(modeOf(path), QStringLiteral("600"));
+        QCOMPARE(fileMode(path), QStringLiteral("600"));
     }
 
     // A file size limit stops the write half-way; it binds root too.

@@ -7,12 +7,13 @@
 #include <VantroAccount/profile.h>
 #include <VantroCrypto/privatekey.h>
 
+#include "testio.h"
+
 #include <QtTest>
 
 #include <array>
 #include <csignal>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <variant>
@@ -60,13 +61,6 @@ QJsonArray resources(int generation)
     return records;
 }
 
-QString modeOf(const QString &path)
-{
-    struct stat info;
-    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? QString::number(info.st_mode & 07777, 8)
-                                                                   : QStringLiteral("missing");
-}
-
 } // namespace
 
 class TestProfileCrash : public QObject
@@ -78,9 +72,7 @@ private Q_SLOTS:
     void writerKilledAtRandom()
     {
         QVERIFY2(qEnvironmentVariableIsSet("VANTRO_PROFILE_LOCATION"), "run through ctest");
-        const int kills = qEnvironmentVariableIsSet("VANTRO_PROFILE_KILLS")
-                              ? qEnvironmentVariableIntValue("VANTRO_PROFILE_KILLS")
-                              : 30;
+        const int kills = qEnvironmentVariable("VANTRO_PROFILE_KILLS", QStringLiteral("30")).toInt();
         QLoggingCategory::setFilterRules(QStringLiteral("vantro.account.info=false"));
         ::umask(0);
         const QString folder = vn::Locations::profileLocation().absoluteFilePath(Account::profile().name());
@@ -135,12 +127,12 @@ private Q_SLOTS:
                                                                                       : -1;
                 QVERIFY2(held[index] >= 0,
                          qPrintable(entry.name + " is torn after kill " + QString::number(kill)));
-                QCOMPARE(modeOf(folder + QLatin1Char('/') + entry.name), QStringLiteral("600"));
+                QCOMPARE(vn::test::fileMode(folder + QLatin1Char('/') + entry.name), QStringLiteral("600"));
             }
             QCOMPARE(reopened.entries().join(' '), names);
             const auto everything = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
             QCOMPARE(QDir(folder).entryList(everything, QDir::Name).join(' '), names);
-            QCOMPARE(modeOf(folder), QStringLiteral("700"));
+            QCOMPARE(vn::test::fileMode(folder), QStringLiteral("700"));
         }
     }
 };

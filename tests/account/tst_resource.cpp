@@ -55,12 +55,6 @@ class TestResource : public QObject
         return vn::crypto::JsonSignature::sign(envelope(owner, issuer, type, payload), m_chain.key(signer));
     }
 
-    // Makes the fixture's chain, middle then leaf below the root, the account's own.
-    void adoptChain(AccountInstance &instance) const
-    {
-        instance.setIdentity(AccountIdentity::loadChain(m_chain.records(), &instance));
-    }
-
     // Credential records unsigned, without a chain: invalid, said so, and registered all the same.
     Resource *createCredentials(AccountInstance &instance, const QJsonObject &payload)
     {
@@ -227,8 +221,8 @@ private Q_SLOTS:
         QFETCH(QString, className);
 
         AccountInstance instance(vn::account::Account::profile());
-        if (chain) {
-            adoptChain(instance);
+        if (chain) { // middle, then leaf below the root
+            instance.setIdentity(AccountIdentity::loadChain(m_chain.records(), &instance));
         }
         if (!message.isEmpty()) {
             QTest::ignoreMessage(QtCriticalMsg, qPrintable(message));

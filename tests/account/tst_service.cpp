@@ -19,11 +19,6 @@ class TestService : public QObject
 
     Service *service(const QString &name) const { return AccountFixture::findService(*m_account, name); }
 
-    int tokenRequests(const Service *service) const
-    {
-        return m_fixture.countRequests("GET", "/tokens/" + service->uuid().toLatin1());
-    }
-
     // GET of @p path below @p service's URL through the library; the played service's status and body.
     static QPair<int, QJsonObject> fetch(const QUrl &url)
     {
@@ -102,7 +97,7 @@ private Q_SLOTS:
         QTRY_VERIFY(files->status() == Service::Ready && reports->status() == Service::Ready);
         QCOMPARE(filesStatus, QList<int>({Service::Pending, Service::Ready}));
         QCOMPARE(filesEnabled.size(), 2);
-        QCOMPARE(tokenRequests(files), 1);
+        QCOMPARE(m_fixture.countRequests("GET", "/tokens/" + files->uuid().toLatin1()), 1);
 
         // Each service gets its own token, which its own origin accepts.
         const auto [filesCode, filesAnswer] = fetch(filesItems);
@@ -178,7 +173,7 @@ private Q_SLOTS:
         QVERIFY(m_fixture.waitOnlineChecks(checks));
         QCOMPARE(int(files->status()), status);
         QCOMPARE(statusChanged.size(), changes);
-        const int attempts = tokenRequests(files);
+        const int attempts = m_fixture.countRequests("GET", "/tokens/" + files->uuid().toLatin1());
         QVERIFY2(attempts >= minimum && attempts <= maximum, qPrintable(QString::number(attempts)));
         m_fixture.service.setServiceTokenLifetime(vn::devservice::DevService::DefaultServiceTokenLifetime);
         QTRY_COMPARE(files->status(), Service::Ready);

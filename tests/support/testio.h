@@ -3,6 +3,8 @@
 #include <QFile>
 #include <QProcess>
 
+#include <sys/stat.h>
+
 namespace vn::test {
 
 /// The file's bytes; empty when it cannot be read.
@@ -17,6 +19,14 @@ inline bool writeFile(const QString &path, const QByteArray &data)
 {
     QFile file(path);
     return !data.isEmpty() && file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
+}
+
+/// The permission bits in octal, as ls and chmod show them ("600"), or "missing".
+inline QString fileMode(const QString &path)
+{
+    struct stat info;
+    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? QString::number(info.st_mode & 07777, 8)
+                                                                   : QStringLiteral("missing");
 }
 
 struct ProcessResult
