@@ -1,36 +1,76 @@
 #!/usr/bin/env bash
 # The fuzz campaign: every target named (all of them by default), one after the other, each to
-# RUNS executions (10 million unless set) or for MAX_TIME seconds, whichever comes first, at the
-# lowest priority, with one job. New inputs go to
-# build/fuzz/corpus/<target>, crashes and the libFuzzer logs to build/fuzz/campaign/<target>; the
-# figures of each run are its final stats lines, summed up in build/fuzz/campaign/summary.txt.
+# RUNS executions (10 million unless set), at the lowest priority, with one job. A target runs in
+# pieces of CHUNK executions (1 million unless set), each one libFuzzer process that starts from the
+# corpus the earlier pieces grew, so a campaign that is stopped (a machine going down, Ctrl-C) goes
+# on where it stopped when it is run again: only the piece under way is lost.
 #
-#   fuzz/campaign.sh [target...]          after building build/fuzz as README.md says
+# Each finished piece is a line of build/fuzz/campaign/<target>/ledger: its start, the code it
+# fuzzed, its executions, exec/s and findings. Pieces count only for the code they ran against: the
+# key is a hash of every source file the targets are built from, with "+modified" when the work
+# tree differs, so a change to the library starts the count again. New inputs go to
+# build/fuzz/corpus/<target>; crashes and the libFuzzer logs to build/fuzz/campaign/<target>; the
+# totals to build/fuzz/campaign/summary.txt.
+#
+#   fuzz/campaign.sh [target...]          after configuring build/fuzz as README.md says
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 build=$root/build/fuzz
 runs=${RUNS:-10000000}
-limit=${MAX_TIME:-0}
+chunk=${CHUNK:-1000000}
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
   targets=(token jsonsignature pemkey records authenticate challenge servicetoken loginlist passwordreset
            playedservice)
 fi
 
+# The code the targets are built from: their sources and the libraries', not the texts, the seeds
+# or this script.
+sources=(CMakeLists.txt cmake account platform qml devservice fuzz)
+code() { grep -v -E '(\.md|fuzz/corpus/.*|fuzz/campaign\.sh)$' || true; }
+key=$(git ls-tree -r HEAD -- "${sources[@]}" | code | sha1sum | cut -c1-12)
+if [ -n "$(git status --porcelain -- "${sources[@]}" | code)" ]; then
+  key=$key+modified
+fi
+
 mkdir -p "$build/campaign"
 for target in "${targets[@]}"; do
   work=$build/campaign/$target
+  ledger=$work/ledger
   mkdir -p "$work" "$build/corpus/$target"
-  echo "== fuzz_$target: $runs runs, at most ${limit}s (0: no limit), started $(date -u +%FT%TZ)"
-  # The fuzzer's exit status is the finding; the summary line says it, the script goes on.
-  (cd "$work" && ASAN_OPTIONS=detect_leaks=0 nice -n 19 "$build/fuzz/fuzz_$target" -runs="$runs" \
-      -max_total_time="$limit" -jobs=1 -timeout=10 -print_final_stats=1 -artifact_prefix="$work/" \
-      "$build/corpus/$target" "$root/fuzz/corpus/$target" > "$work/run.txt" 2>&1) || true
-  log=$work/fuzz-0.log
-  executed=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | awk '{print $2}' || true)
-  speed=$(grep -o 'stat::average_exec_per_sec: *[0-9]*' "$log" | awk '{print $2}' || true)
-  findings=$(ls "$work" | grep -c -E '^(crash|leak|timeout|oom)-' || true)
-  echo "fuzz_$target executed=${executed:-?} exec_per_sec=${speed:-?} findings=$findings" |
+  touch "$ledger"
+  findings() { ls "$work" | grep -c -E '^(crash|leak|timeout|oom)-' || true; }
+  # The binary must be the code the key names.
+  cmake --build "$build" --target "fuzz_$target" > "$work/build.txt"
+  total() { awk -v key="$key" -v column="${1:-3}" '$2 == key { sum += $column } END { print sum + 0 }' "$ledger"; }
+  while [ "$(total)" -lt "$runs" ]; do
+    done_so_far=$(total)
+    piece=$(( runs - done_so_far < chunk ? runs - done_so_far : chunk ))
+    started=$(date -u +%FT%TZ)
+    echo "== fuzz_$target: $done_so_far of $runs executions for code $key, $piece more, $started"
+    rm -f "$work/fuzz-0.log"
+    earlier=$(findings)
+    # The fuzzer's exit status is the finding; the ledger says it and the campaign goes on.
+    (cd "$work" && ASAN_OPTIONS=detect_leaks=0 nice -n 19 "$build/fuzz/fuzz_$target" -runs="$piece" \
+        -jobs=1 -timeout=10 -print_final_stats=1 -artifact_prefix="$work/" \
+        "$build/corpus/$target" "$root/fuzz/corpus/$target" > "$work/run.txt" 2>&1) || true
+    log=$work/fuzz-0.log
+    executed=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | awk '{print $2}' || true)
+    speed=$(grep -o 'stat::average_exec_per_sec: *[0-9]*' "$log" | awk '{print $2}' || true)
+    found=$(( $(findings) - earlier ))
+    cat "$log" >> "$work/fuzz.log" 2>/dev/null || true
+    if [ -z "$executed" ]; then
+      echo "fuzz_$target stopped without its final stats (see $log); the piece is not counted" >&2
+      exit 1
+    fi
+    printf '%s\t%s\t%s\t%s\t%s\n' "$started" "$key" "$executed" "${speed:-?}" "$found" >> "$ledger"
+    if [ "$found" -gt 0 ]; then
+      echo "fuzz_$target: findings in $work; fix them before going on" >&2
+      break
+    fi
+  done
+  pieces=$(awk -v key="$key" '$2 == key' "$ledger" | wc -l)
+  echo "fuzz_$target code=$key executed=$(total) pieces=$pieces findings=$(total 5)" |
     tee -a "$build/campaign/summary.txt"
 done
