@@ -7,8 +7,8 @@
 #
 # Each finished piece is a line of build/fuzz/campaign/<target>/ledger: its start, the code it
 # fuzzed, its executions, exec/s and findings. Pieces count only for the code they ran against: the
-# key is a hash of every source file the targets are built from, with "+modified" when the work
-# tree differs, so a change to the library starts the count again. New inputs go to
+# key is a hash of the sources compiled into the target, so a change to what it runs starts the count
+# again and a change elsewhere does not. New inputs go to
 # build/fuzz/corpus/<target>; crashes and the libFuzzer logs to build/fuzz/campaign/<target>; the
 # totals to build/fuzz/campaign/summary.txt.
 #
@@ -25,14 +25,14 @@ if [ ${#targets[@]} -eq 0 ]; then
            playedservice)
 fi
 
-# The code the targets are built from: their sources and the libraries', not the texts, the seeds
-# or this script.
-sources=(CMakeLists.txt cmake account platform qml devservice fuzz)
-code() { grep -v -E '(\.md|fuzz/corpus/.*|fuzz/campaign\.sh)$' || true; }
-key=$(git ls-tree -r HEAD -- "${sources[@]}" | code | sha1sum | cut -c1-12)
-if [ -n "$(git status --porcelain -- "${sources[@]}" | code)" ]; then
-  key=$key+modified
-fi
+# The code a target was built from: every source file and header of the repository that ninja
+# compiled into it, by content, so that only a change to what the target runs starts its count again.
+code_key() {
+  local inputs
+  inputs=$(ninja -C "$build" -t inputs "fuzz/fuzz_$1")
+  { echo "$inputs"; ninja -C "$build" -t deps $(grep '\.o$' <<< "$inputs"); } | sed 's/^ *//' |
+    grep "^$root/" | grep -v "^$build/" | sort -u | xargs sha1sum | sed "s| $root/| |" | sha1sum | cut -c1-12
+}
 
 mkdir -p "$build/campaign"
 for target in "${targets[@]}"; do
@@ -43,6 +43,7 @@ for target in "${targets[@]}"; do
   findings() { ls "$work" | grep -c -E '^(crash|leak|timeout|oom)-' || true; }
   # The binary must be the code the key names.
   cmake --build "$build" --target "fuzz_$target" > "$work/build.txt"
+  key=$(code_key "$target")
   total() { awk -v key="$key" -v column="${1:-3}" '$2 == key { sum += $column } END { print sum + 0 }' "$ledger"; }
   while [ "$(total)" -lt "$runs" ]; do
     done_so_far=$(total)
