@@ -9,6 +9,8 @@
 #include <csignal>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using vn::account::Account;
 using vn::account::Profile;
@@ -127,6 +129,29 @@ private Q_SLOTS:
         QVERIFY(profile.deleteEntry("a"));
         QVERIFY(!profile.hasEntry("a"));
         QVERIFY(!profile.deleteEntry("a"));
+    }
+
+    // Opening removes the pending files of writers that are gone, and only those.
+    void pendingFilesOfGoneWriters()
+    {
+        const pid_t gone = ::fork();
+        if (gone == 0) {
+            ::_exit(0);
+        }
+        QCOMPARE(::waitpid(gone, nullptr, 0), gone);
+        const QString folder = pathOf(Work);
+        for (const QString &writer : {QString::number(gone), QString::number(::getpid()), QStringLiteral("1")}) {
+            QVERIFY(vn::test::writeFile(folder + "/.pending." + writer + ".Ab12Cd", "half"));
+        }
+        QVERIFY(vn::test::writeFile(folder + "/.pending.x.Ab12Cd", "half"));
+
+        const Profile reopened(Account::profile());
+        QCOMPARE(QDir(folder).entryList({".pending.*"}, QDir::Files | QDir::Hidden, QDir::Name),
+                 (QStringList{".pending.1.Ab12Cd", ".pending." + QString::number(::getpid()) + ".Ab12Cd",
+                              ".pending.x.Ab12Cd"}));
+        for (const QString &left : QDir(folder).entryList({".pending.*"}, QDir::Files | QDir::Hidden)) {
+            QVERIFY(QFile::remove(folder + QLatin1Char('/') + left));
+        }
     }
 
     // The umask is 0 here: only the store's own care keeps an entry private that someone opened up
