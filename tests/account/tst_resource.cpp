@@ -83,10 +83,6 @@ private Q_SLOTS:
             response.set_content("ok", "text/plain");
         });
         m_baseline = AuthorizationRegistry::instance()->count();
-        // A rival factory for a built-in type, registered after the built-in ones: never used.
-        const AccountInstance registersBuiltInTypes(vn::account::Account::profile());
-        Resource::registerType("vantro.resource.Database",
-                               [](const QJsonObject &, AccountIdentity *, QObject *) { return nullptr; });
     }
 
     // The server waits for kept-alive connections to close before it stops.
@@ -220,7 +216,10 @@ private Q_SLOTS:
         QFETCH(QString, message);
         QFETCH(QString, className);
 
-        AccountInstance instance(vn::account::Account::profile());
+        AccountInstance instance(vn::account::Account::profile()); // registers the built-in types
+        // A rival factory for a built-in type, registered after the built-in ones: never used.
+        Resource::registerType("vantro.resource.Database",
+                               [](const QJsonObject &, AccountIdentity *, QObject *) { return nullptr; });
         if (chain) { // middle, then leaf below the root
             instance.setIdentity(AccountIdentity::loadChain(m_chain.records(), &instance));
         }
