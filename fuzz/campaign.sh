@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # The fuzz campaign: every target named (all of them by default), one after the other, each to
-# RUNS executions (10 million unless set), at the lowest priority, with one job. A target runs in
-# pieces of CHUNK executions (1 million unless set), each one libFuzzer process that starts from the
-# corpus the earlier pieces grew, so a campaign that is stopped (a machine going down, Ctrl-C) goes
-# on where it stopped when it is run again: only the piece under way is lost.
+# RUNS executions (10 million unless set), at the lowest priority, with JOBS libFuzzer jobs sharing
+# one corpus (one unless set). A target runs in pieces of CHUNK executions (1 million unless set),
+# each started from the corpus the earlier pieces grew, so a campaign that is stopped (a machine
+# going down, Ctrl-C) goes on where it stopped when it is run again: only the piece under way is lost.
 #
 # Each finished piece is a line of build/fuzz/campaign/<target>/ledger: its start, the code it
 # fuzzed, its executions, exec/s and findings. Pieces count only for the code they ran against: the
@@ -19,6 +19,7 @@ root=$PWD
 build=$root/build/fuzz
 runs=${RUNS:-10000000}
 chunk=${CHUNK:-1000000}
+jobs=${JOBS:-1}
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
   targets=(token jsonsignature pemkey records authenticate challenge servicetoken loginlist passwordreset
@@ -50,19 +51,23 @@ for target in "${targets[@]}"; do
     piece=$(( runs - done_so_far < chunk ? runs - done_so_far : chunk ))
     started=$(date -u +%FT%TZ)
     echo "== fuzz_$target: $done_so_far of $runs executions for code $key, $piece more, $started"
-    rm -f "$work/fuzz-0.log"
+    rm -f "$work"/fuzz-*.log
     earlier=$(findings)
     # The fuzzer's exit status is the finding; the ledger says it and the campaign goes on.
-    (cd "$work" && ASAN_OPTIONS=detect_leaks=0 nice -n 19 "$build/fuzz/fuzz_$target" -runs="$piece" \
-        -jobs=1 -timeout=10 -print_final_stats=1 -artifact_prefix="$work/" \
+    (cd "$work" && ASAN_OPTIONS=detect_leaks=0 nice -n 19 "$build/fuzz/fuzz_$target" -runs=$(( piece / jobs )) \
+        -jobs="$jobs" -workers="$jobs" -timeout=10 -print_final_stats=1 -artifact_prefix="$work/" \
         "$build/corpus/$target" "$root/fuzz/corpus/$target" > "$work/run.txt" 2>&1) || true
-    log=$work/fuzz-0.log
-    executed=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | awk '{print $2}' || true)
-    speed=$(grep -o 'stat::average_exec_per_sec: *[0-9]*' "$log" | awk '{print $2}' || true)
+    # Each job's final stats: a piece counts only when every job finished.
+    stats() {
+      { grep -ho "stat::$1: *[0-9]*" "$work"/fuzz-*.log || true; } |
+        awk -v jobs="$jobs" '{ sum += $2; n++ } END { if (n == jobs) print sum }'
+    }
+    executed=$(stats number_of_executed_units)
+    speed=$(stats average_exec_per_sec)
     found=$(( $(findings) - earlier ))
-    cat "$log" >> "$work/fuzz.log" 2>/dev/null || true
+    cat "$work"/fuzz-*.log >> "$work/fuzz.log" 2>/dev/null || true
     if [ -z "$executed" ]; then
-      echo "fuzz_$target stopped without its final stats (see $log); the piece is not counted" >&2
+      echo "fuzz_$target stopped without its final stats (see $work/fuzz-*.log); the piece is not counted" >&2
       exit 1
     fi
     printf '%s\t%s\t%s\t%s\t%s\n' "$started" "$key" "$executed" "${speed:-?}" "$found" >> "$ledger"
