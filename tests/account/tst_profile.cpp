@@ -140,7 +140,8 @@ private Q_SLOTS:
         }
         QCOMPARE(::waitpid(gone, nullptr, 0), gone);
         const QString folder = pathOf(Work);
-        for (const QString &writer : {QString::number(gone), QString::number(::getpid()), QStringLiteral("1")}) {
+        for (const QString &writer :
+             {QString::number(gone), QString::number(::getpid()), QStringLiteral("1")}) {
             QVERIFY(vn::test::writeFile(folder + "/.pending." + writer + ".Ab12Cd", "half"));
         }
         QVERIFY(vn::test::writeFile(folder + "/.pending.x.Ab12Cd", "half"));

@@ -157,10 +157,10 @@ private Q_SLOTS:
         // A body written for one origin (a password, say) is not handed to another.
         const Make postPassword = maker<vn::PostRequest>(QJsonObject{{"password", "secret"}});
         const QString other = m_other.url(QStringLiteral("/echo")).toString();
-        row("307 with a body to another origin", "/hop?code=307&to=" + other, 0, QNetworkReply::InsecureRedirectError,
-            1, Request::DefaultMaximumResponseSize, postPassword);
-        row("308 with a body to another origin", "/hop?code=308&to=" + other, 0, QNetworkReply::InsecureRedirectError,
-            1, Request::DefaultMaximumResponseSize, postPassword);
+        row("307 with a body to another origin", "/hop?code=307&to=" + other, 0,
+            QNetworkReply::InsecureRedirectError, 1, Request::DefaultMaximumResponseSize, postPassword);
+        row("308 with a body to another origin", "/hop?code=308&to=" + other, 0,
+            QNetworkReply::InsecureRedirectError, 1, Request::DefaultMaximumResponseSize, postPassword);
         row("announced, nothing sent yet", "/stall", 0, tooLarge, 1, 1024);
         row("announced, at the limit", "/big", 200, QNetworkReply::NoError, 1, 4096);
         row("chunked, over the limit", "/big/chunked", 0, tooLarge, 1, 4095);
