@@ -1,7 +1,24 @@
 #include "abstractauthenticator.h"
 #include "abstractauthenticator_p.h"
 
+#include "accountconfiguration.h"
+
+#include <Vantro/postrequest.h>
+
+#include <QJsonObject>
+#include <QNetworkRequest>
+
 namespace vn::account {
+
+vn::PostRequest *AbstractAuthenticatorPrivate::postAuthentication(const QJsonObject &body)
+{
+    QNetworkRequest request(
+        AccountConfiguration::serviceUrl().resolved(QUrl(QStringLiteral("api/v1/authenticate"))));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+    auto *post = new vn::PostRequest(request, network, body, q_ptr);
+    post->setSuppressErrors(true);
+    return post;
+}
 
 AbstractAuthenticator::AbstractAuthenticator(QObject *parent)
     : AbstractAuthenticator(*new AbstractAuthenticatorPrivate(this), parent)

@@ -2,7 +2,12 @@
 
 #include <QString>
 
+class QJsonObject;
 class QNetworkAccessManager;
+
+namespace vn {
+class PostRequest;
+}
 
 namespace vn::account {
 
@@ -15,6 +20,12 @@ public:
         : q_ptr(owner)
     {}
     virtual ~AbstractAuthenticatorPrivate() = default;
+
+    /// Posts @p body to the service's "authenticate" endpoint: the one request made without a
+    /// token, since it is how the token is obtained. The request is a child of the authenticator and
+    /// logs no failure of its own: they reach the application through finished(), and the account
+    /// logs the status.
+    vn::PostRequest *postAuthentication(const QJsonObject &body);
 
     AbstractAuthenticator *const q_ptr;
     bool persistent = false;

@@ -1,12 +1,10 @@
 #include "challengeresponseauthenticator.h"
 #include "challengeresponseauthenticator_p.h"
 
-#include "accountconfiguration.h"
 #include "logging_p.h"
 
 #include <QFile>
 #include <QJsonObject>
-#include <QNetworkRequest>
 
 namespace vn::account {
 
@@ -22,14 +20,7 @@ const QString AuthType = QStringLiteral("challenge-response");
 
 vn::PostRequest *ChallengeResponseAuthenticatorPrivate::post(const QJsonObject &body)
 {
-    // Both phases go without a token: they are how the token is obtained.
-    QNetworkRequest request(
-        AccountConfiguration::serviceUrl().resolved(QUrl(QStringLiteral("api/v1/authenticate"))));
-    request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
-    Q_Q(ChallengeResponseAuthenticator);
-    runningRequest = new vn::PostRequest(request, q->network(), body, q);
-    // Failures reach the application through finished(); the account logs the status.
-    runningRequest->setSuppressErrors(true);
+    runningRequest = postAuthentication(body);
     return runningRequest;
 }
 

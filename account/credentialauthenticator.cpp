@@ -1,12 +1,9 @@
 #include "credentialauthenticator.h"
 #include "credentialauthenticator_p.h"
 
-#include "accountconfiguration.h"
-
 #include <Vantro/postrequest.h>
 
 #include <QJsonObject>
-#include <QNetworkRequest>
 #include <QPointer>
 #include <QStringList>
 
@@ -77,13 +74,7 @@ void CredentialAuthenticator::start()
         body.insert(QStringLiteral("impersonate"), pieces.at(1).trimmed());
     }
 
-    // The one request that is made without a token: it is how the token is obtained.
-    QNetworkRequest request(
-        AccountConfiguration::serviceUrl().resolved(QUrl(QStringLiteral("api/v1/authenticate"))));
-    request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
-    d->request = new vn::PostRequest(request, network(), body, this);
-    // Failures reach the application through finished(); the account logs the status.
-    d->request->setSuppressErrors(true);
+    d->request = d->postAuthentication(body);
     connect(d->request, &vn::Request::finished, this, &CredentialAuthenticator::processResponse);
 }
 
