@@ -1,6 +1,7 @@
 #include "accountinstance.h"
 #include "accountinstance_p.h"
 #include "accountrequests_p.h"
+#include "autotest_p.h"
 
 #include "accountconfiguration.h"
 #include "accountidentity.h"
@@ -241,19 +242,14 @@ AccessToken AccountInstance::accessToken() const
     return d->accessToken;
 }
 
-QNetworkAccessManager *AccountInstance::network() const
-{
-    return d->network;
-}
-
 AccountIdentity *AccountInstance::identity() const
 {
     return d->identity;
 }
 
-void AccountInstance::setIdentity(AccountIdentity *identity)
+void setIdentityForTests(AccountInstance &instance, AccountIdentity *identity)
 {
-    d->replaceIdentity(identity);
+    AccountInstancePrivate::get(&instance)->replaceIdentity(identity);
 }
 
 Consumer *AccountInstance::consumer() const

@@ -13,10 +13,6 @@
 
 #include <memory>
 
-class QNetworkAccessManager;
-class QNetworkRequest;
-class QUrl;
-
 namespace vn::crypto {
 class PrivateKey;
 }
@@ -80,15 +76,10 @@ public:
     QString clientId() const;
     vn::crypto::PrivateKey clientKey() const;
     AccessToken accessToken() const;
-    /// The manager through which every request of the account goes; not owned.
-    QNetworkAccessManager *network() const;
 
     /// The account's own identity: the leaf of its verified identity chain, or null when there is
     /// none. Resources are checked against this chain and ranked by it.
     AccountIdentity *identity() const;
-    /// Makes @p identity the account's own and takes the chain above it: a chain that is replaced
-    /// or dropped is scheduled for deletion link by link, root included.
-    void setIdentity(AccountIdentity *identity);
     Consumer *consumer() const;
     Session *session() const;
     const QList<Resource *> &resources() const;

@@ -46,6 +46,7 @@ public:
     static constexpr qint64 ResourcesDelay = 900000;
 
     AccountInstancePrivate(AccountInstance *owner, Profile &profile);
+    static AccountInstancePrivate *get(AccountInstance *instance) { return instance->d.get(); }
 
     void restore();
     void buildTasks();

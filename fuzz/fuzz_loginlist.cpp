@@ -3,7 +3,7 @@
 // answer's body; the rows are rebuilt from it directly, as when a list request finishes, so that no
 // request goes out.
 
-#include "loginlistmodel_p.h"
+#include "autotest_p.h"
 #include "testprofile.h"
 
 #include <VantroAccount/loginlistmodel.h>

@@ -1,7 +1,7 @@
 // The records built from the service's JSON. Every object becomes a session, a consumer and a
 // resource of the account instance; every array becomes an identity chain below the root.
 
-#include "accountinstance.h"
+#include "autotest_p.h"
 #include "testprofile.h"
 
 #include <VantroAccount/accountidentity.h>
@@ -25,8 +25,8 @@ struct Fixture
         instance = std::make_unique<AccountInstance>(vn::account::Account::profile());
         QFile chain(QStringLiteral(VANTRO_FUZZ_CHAIN));
         FUZZ_CHECK(chain.open(QIODevice::ReadOnly));
-        instance->setIdentity(
-            AccountIdentity::loadChain(QJsonDocument::fromJson(chain.readAll()).array(), instance.get()));
+        setIdentityForTests(*instance, AccountIdentity::loadChain(
+                                           QJsonDocument::fromJson(chain.readAll()).array(), instance.get()));
         FUZZ_CHECK(instance->identity() && instance->identity()->verifyChain());
     }
 

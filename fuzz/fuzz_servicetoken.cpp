@@ -6,9 +6,8 @@
 // replace. A cache that holds the input as a fresh answer for every URL lets Qt answer the request
 // from it without contacting the host; every input checks that it did.
 
-#include "accountinstance.h"
+#include "autotest_p.h"
 #include "cannednetwork.h"
-#include "jsonwebtoken_p.h"
 #include "testprofile.h"
 
 #include <VantroAccount/accesstoken.h>

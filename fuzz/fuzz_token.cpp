@@ -1,8 +1,8 @@
 // Compact tokens as the service hands them out: the access token that carries them, and the decoded
 // view of their header and claims.
 
+#include "autotest_p.h"
 #include "fuzzsupport.h"
-#include "jsonwebtoken_p.h"
 
 #include <VantroAccount/accesstoken.h>
 

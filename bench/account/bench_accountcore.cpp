@@ -13,7 +13,7 @@
 //
 //   bench_accountcore [--idle-seconds N, default 10; 60 for the full figure] [--rounds N, default 15]
 
-#include "accountinstance.h"
+#include "autotest_p.h"
 #include "benchsupport.h"
 
 #include <Vantro/getrequest.h>

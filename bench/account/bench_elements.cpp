@@ -9,8 +9,8 @@
 //
 //   bench_elements [--rounds N, default 200]
 
+#include "autotest_p.h"
 #include "benchsupport.h"
-#include "loginlistmodel_p.h"
 
 #include <VantroAccount/accesstoken.h>
 #include <VantroAccount/account.h>

@@ -221,7 +221,7 @@ private Q_SLOTS:
         Resource::registerType("vantro.resource.Database",
                                [](const QJsonObject &, AccountIdentity *, QObject *) { return nullptr; });
         if (chain) { // middle, then leaf below the root
-            instance.setIdentity(AccountIdentity::loadChain(m_chain.records(), &instance));
+            setIdentityForTests(instance, AccountIdentity::loadChain(m_chain.records(), &instance));
         }
         if (!message.isEmpty()) {
             QTest::ignoreMessage(QtCriticalMsg, qPrintable(message));
