@@ -283,7 +283,7 @@ int AccountCommands::getFromService(const QStringList &arguments)
 
     vn::GetRequest *request = service->getRequest(QUrl(arguments.at(1), QUrl::TolerantMode));
     const QString target = request->url().adjusted(QUrl::RemoveUserInfo | QUrl::RemoveQuery).toString();
-    const Reply reply = runRequest(request, QStringLiteral("Fetching %1").arg(target));
+    const Progress::Reply reply = Progress::runRequest(request, QStringLiteral("Fetching %1").arg(target));
     if (reply.responseCode == 0) {
         return fail(Failure, QStringLiteral("The service %1 at %2 could not be reached; check that it is "
                                             "running.")
@@ -307,8 +307,9 @@ int AccountCommands::logins(const QStringList &)
     if (!openOnline(account, &exitCode, false)) {
         return exitCode;
     }
-    const Reply reply = runRequest(account.getRequest(QUrl(QStringLiteral("logins?format=all_fields"))),
-                                   QStringLiteral("Listing the logins at %1").arg(serviceName(account)));
+    const Progress::Reply reply =
+        Progress::runRequest(account.getRequest(QUrl(QStringLiteral("logins?format=all_fields"))),
+                             QStringLiteral("Listing the logins at %1").arg(serviceName(account)));
     if (reply.responseCode != 200) {
         return requestFailed(account, reply.responseCode, QStringLiteral("login list"));
     }
@@ -338,9 +339,9 @@ int AccountCommands::endLogin(const QStringList &arguments)
                         .arg(loginId));
     }
 
-    const Reply reply =
-        runRequest(account.deleteRequest(QUrl(QStringLiteral("logins/") + loginId, QUrl::TolerantMode)),
-                   QStringLiteral("Ending login %1").arg(loginId));
+    const Progress::Reply reply = Progress::runRequest(
+        account.deleteRequest(QUrl(QStringLiteral("logins/") + loginId, QUrl::TolerantMode)),
+        QStringLiteral("Ending login %1").arg(loginId));
     if (reply.responseCode == 404) {
         return fail(Failure,
                     QStringLiteral("The account has no login %1 at the service; list its logins with "
@@ -405,22 +406,6 @@ void AccountCommands::waitForAccountData(Account &account)
                        "profile holds (allow longer with --wait).\n")
             .arg(missing.join(QStringLiteral(", ")))
             .arg(m_settings.waitMilliseconds / 1000.0));
-}
-
-AccountCommands::Reply AccountCommands::runRequest(vn::Request *request, const QString &activity)
-{
-    // Failures are this program's to report, in its one sentence.
-    request->setSuppressErrors(true);
-    Reply reply;
-    bool finished = false;
-    // The request deletes itself after finished(); what it says is copied out before that.
-    QObject::connect(request, &vn::Request::finished, request, [&, request] {
-        finished = true;
-        reply.responseCode = request->responseCode();
-        reply.body = request->rawResponse();
-    });
-    Progress::waitUntil(activity, [&finished] { return finished; });
-    return reply;
 }
 
 int AccountCommands::checkFailed(Account &account, Check check, int responseCode)

@@ -58,13 +58,6 @@ private:
     /// How a saved login fared when the library checked it with the service.
     enum class Check { Online, NotSignedIn, Revoked, Failed, TimedOut };
 
-    /// An account service's or a service's answer; responseCode 0 when nothing answered.
-    struct Reply
-    {
-        int responseCode = 0;
-        QByteArray body;
-    };
-
     int alreadySignedIn(vn::account::Account &account);
     /// Signs in with @p authenticator and reports the result; @p refusal is the message for a
     /// refused sign-in.
@@ -79,9 +72,6 @@ private:
     /// Waits until consumer, identity and resources are present or the deadline passes; warns on
     /// standard error when something is still missing.
     void waitForAccountData(vn::account::Account &account);
-    /// Sends @p request (fresh from the account or a service) and waits, saying @p activity, until
-    /// it has finished.
-    Reply runRequest(vn::Request *request, const QString &activity);
 
     /// Checks the restored login and, with @p withData, waits for the account's data: true when it
     /// is online, else false with the exit code of the failed check in @p exitCode.

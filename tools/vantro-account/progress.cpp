@@ -2,6 +2,8 @@
 
 #include "terminal.h"
 
+#include <Vantro/request.h>
+
 #include <QEventLoop>
 #include <QTimer>
 
@@ -49,6 +51,21 @@ bool Progress::waitUntil(const QString &activity, const std::function<bool()> &d
         Terminal::printError(QStringLiteral("\r\033[K"));
     }
     return done();
+}
+
+Progress::Reply Progress::runRequest(vn::Request *request, const QString &activity)
+{
+    request->setSuppressErrors(true);
+    Reply reply;
+    bool finished = false;
+    // The request deletes itself after finished(); what it says is copied out before that.
+    QObject::connect(request, &vn::Request::finished, request, [&, request] {
+        finished = true;
+        reply.responseCode = request->responseCode();
+        reply.body = request->rawResponse();
+    });
+    waitUntil(activity, [&finished] { return finished; });
+    return reply;
 }
 
 } // namespace vn::tools

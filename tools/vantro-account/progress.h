@@ -1,9 +1,14 @@
 #pragma once
 
+#include <QByteArray>
 #include <QDeadlineTimer>
 #include <QString>
 
 #include <functional>
+
+namespace vn {
+class Request;
+}
 
 namespace vn::tools {
 
@@ -19,6 +24,16 @@ public:
     /// until @p done holds (true) or @p deadline expires (false, unless @p done holds by then).
     static bool waitUntil(const QString &activity, const std::function<bool()> &done,
                           QDeadlineTimer deadline = QDeadlineTimer(QDeadlineTimer::Forever));
+
+    /// An account service's or a service's answer; responseCode 0 when nothing answered.
+    struct Reply
+    {
+        int responseCode = 0;
+        QByteArray body;
+    };
+    /// Waits, saying @p activity, until @p request (fresh from the account or a service) has
+    /// finished. Its failures are the caller's to report, so the request logs none.
+    static Reply runRequest(vn::Request *request, const QString &activity);
 };
 
 } // namespace vn::tools
