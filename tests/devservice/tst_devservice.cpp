@@ -71,9 +71,6 @@ private Q_SLOTS:
         row("bob's resources", demo::Bob, "GET", "entitled", 200, 5);
         row("service not entitled", demo::Bob, "GET", "tokens/" + demo::ReportsService, 404);
         row("not a service", demo::Ada, "GET", "tokens/" + demo::Database, 404);
-        row("unknown login", demo::Ada, "DELETE", "logins/no-such-login", 404);
-        row("challenge for an unknown key", none, "POST", "authenticate", 401, 0,
-            "{'authType': 'challenge-response', 'phase': 'challenge', 'fingerprint': 'eHh4'}");
         row("deep nesting", none, "POST", "authenticate", 400, 0, QByteArray(100000, '['));
         row("just below the body limit", none, "POST", "password-reset", 404, 0,
             "{'username': '" + QByteArray(1024 * 1024 - 64, 'a') + "'}");
@@ -300,11 +297,10 @@ private Q_SLOTS:
     // A client that reads no body after a 204 or a 304 would take one for the start of the next answer.
     void answersWithoutBody()
     {
-        for (const auto &[status, body] : {std::make_pair(200, "{\"error\":\"injected fault\"}"),
-                                           std::make_pair(204, ""), std::make_pair(304, "")}) {
+        for (const int status : {204, 304}) {
             httplib::Response response;
             vn::devservice::HttpListener::write(response, ApiResponse::error(status, "injected fault"));
-            QCOMPARE(response.body, std::string(body));
+            QCOMPARE(response.body, std::string());
         }
     }
 

@@ -85,7 +85,6 @@ private Q_SLOTS:
             QVERIFY(::stat(qPrintable(path(name + QString(".pem"))), &status) == 0);
             QCOMPARE(status.st_mode & 0777, 0600u);
             QVERIFY(readFile(path(name + QString(".pem"))).startsWith(header));
-            QVERIFY(readFile(path(name + QString(".pub.pem"))).startsWith("-----BEGIN PUBLIC KEY-----\n"));
         }
         QVERIFY(m_keygenOutput.contains("SHA-256 fingerprint: " + run("fingerprint @DIR@/a.pem").out));
     }
@@ -172,10 +171,8 @@ private Q_SLOTS:
         row("verify, changed value", verify, 1, "verification failed: the signature does not match",
             QJsonDocument(changed).toJson());
 
-        // The vectors are the library's test; here the program reads a file or standard input.
+        // The vectors are the library's test; here the program passes one through from standard input.
         const QString vectors = VANTRO_TEST_DATA_DIR "/jcs/";
-        row("canonicalize a file", "canonicalize " + vectors + "input/unicode.json", 0,
-            readFile(vectors + "output/unicode.json"));
         row("canonicalize standard input", "canonicalize", 0, readFile(vectors + "output/structures.json"),
             readFile(vectors + "input/structures.json"));
 
