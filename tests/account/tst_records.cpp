@@ -219,10 +219,9 @@ private Q_SLOTS:
     {
         const Consumer consumer(jsonObject("{'roles': ['admin', '', 'Admin', 7]}"), nullptr);
         QCOMPARE(consumer.roles(), (QStringList{"admin", "Admin"}));
-        QVERIFY(consumer.hasRole("Admin"));
-        for (const char *absent : {"ADMIN", "adm", ""}) {
-            QVERIFY2(!consumer.hasRole(QString::fromLatin1(absent)), absent);
-        }
+        QCOMPARE((QList<bool>{consumer.hasRole("Admin"), consumer.hasRole("ADMIN"), consumer.hasRole("adm"),
+                              consumer.hasRole("")}),
+                 (QList<bool>{true, false, false, false}));
     }
 };
 

@@ -108,7 +108,6 @@ private Q_SLOTS:
         const QString failed = QStringLiteral("Account identity verification failed for %1");
         const QString mismatch = QStringLiteral("Account identity parent mismatch: %1 != %2");
 
-        QTest::newRow("one link") << QJsonArray{middle} << QList<bool>{true} << QStringList();
         QTest::newRow("one link naming the root")
             << QJsonArray{m_chain.identity("middle", "root", "root")} << QList<bool>{true} << QStringList();
         QTest::newRow("one link naming another parent")
@@ -180,8 +179,6 @@ private Q_SLOTS:
         QTest::newRow("tampered payload") << tampered << true << 65535 << failed << plain;
         QTest::newRow("signed by a stranger")
             << issued("leaf", "middle", "stranger") << true << 65535 << failed << plain;
-        QTest::newRow("unknown issuer")
-            << issued("leaf", "elsewhere", "stranger") << true << 65535 << noIssuer << plain;
         QTest::newRow("issuer in other case")
             << issued("leaf", "Leaf", "leaf") << true << 65535 << noIssuer << plain;
         QTest::newRow("no issuer") << issued("leaf", Absent, "leaf") << true << 65535 << noIssuer << plain;
@@ -235,7 +232,6 @@ private Q_SLOTS:
         QCOMPARE(resource->isValid(), message.isEmpty());
         QCOMPARE(resource->priority(), priority);
         QCOMPARE(QString::fromLatin1(resource->metaObject()->className()), className);
-        QCOMPARE(resource->type(), record.value(QLatin1String("type")).toString());
         if (const auto *database = qobject_cast<const Database *>(resource)) {
             QCOMPARE(database->server(), QUrl(QStringLiteral("https://db.example:6984/")));
             QCOMPARE(database->name(), QStringLiteral("catalogue"));
@@ -288,20 +284,18 @@ private Q_SLOTS:
                                                                  {"consumerSecret", consumerSecret},
                                                                  {"token", "tk-ada"},
                                                                  {"tokenSecret", tokenSecret}}));
-        QMap<QString, QString> parameters;
+        QString signature;
+        QVector<QPair<QString, QString>> signedParameters; // the header's but the signature
         auto pairs = QRegularExpression(QStringLiteral("(\\w+)=\"([^\"]*)\""))
                          .globalMatch(QString::fromLatin1(authorizationSeen()));
         while (pairs.hasNext()) {
             const QRegularExpressionMatch pair = pairs.next();
-            parameters.insert(pair.captured(1), QUrl::fromPercentEncoding(pair.captured(2).toLatin1()));
+            const QString value = QUrl::fromPercentEncoding(pair.captured(2).toLatin1());
+            pair.captured(1) == "oauth_signature" ? void(signature = value)
+                                                  : signedParameters.append({pair.captured(1), value});
         }
-        QCOMPARE(parameters.value(QStringLiteral("oauth_consumer_key")), QStringLiteral("ck-catalogue"));
-        QCOMPARE(parameters.value(QStringLiteral("oauth_token")), QStringLiteral("tk-ada"));
-        const QString signature = parameters.take(QStringLiteral("oauth_signature"));
-        QVector<QPair<QString, QString>> signedParameters;
-        for (auto it = parameters.cbegin(); it != parameters.cend(); ++it) {
-            signedParameters.append({it.key(), it.value()});
-        }
+        QVERIFY(signedParameters.contains({"oauth_consumer_key", "ck-catalogue"}) &&
+                signedParameters.contains({"oauth_token", "tk-ada"}));
         const vn::network::OAuth1Signature expected =
             vn::network::signOAuth1Request("GET", m_server.url(QStringLiteral("/probe")), QByteArray(),
                                            signedParameters, consumerSecret, tokenSecret);

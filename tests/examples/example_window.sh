@@ -9,21 +9,13 @@ set -euo pipefail
 app=$1 devservice=$2 cli=$3 device_key=$4 output=$5
 
 work="$(mktemp -d)"
-service_pid=""
-cleanup() {
-    [ -n "$service_pid" ] && kill "$service_pid" 2>/dev/null && wait "$service_pid" 2>/dev/null
-    rm -rf "$work"
-}
-trap cleanup EXIT
+# The service is the only job: it ends, and then what it wrote goes.
+trap 'set +e; kill $(jobs -p) 2>/dev/null; wait; rm -rf "$work"' EXIT
 
 QT_LOGGING_RULES="vantro.devservice.request.info=false" \
     "$devservice" --port 0 --write-config "$work/account.json" >"$work/service.out" 2>"$work/service.log" &
-service_pid=$!
-for _ in $(seq 100); do
-    grep -q '^listening on ' "$work/service.out" && break
-    sleep 0.1
-done
-grep -q '^listening on ' "$work/service.out" || { cat "$work/service.log" >&2; exit 1; }
+timeout 10 sh -c 'until grep -q "^listening on " "$1"; do sleep 0.1; done' - "$work/service.out" ||
+    { cat "$work/service.log" >&2; exit 1; }
 export VANTRO_ACCOUNT_CONFIG="$work/account.json"
 
 "$cli" --profile-location "$work/elsewhere" login --key "$device_key" >/dev/null

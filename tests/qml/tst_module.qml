@@ -56,8 +56,7 @@ TestCase {
         compare(documented.require, Permission.DeletePermission | Permission.ConsumerType)
         compare(account.consumer.name, "Ada Lovelace")
 
-        devService.logInElsewhere()
-        tryVerify(function() { return devService.loginCount() === 2 })
+        verify(devService.logInElsewhere())
         rows.model = createTemporaryObject(loginList, this)
         tryCompare(rows, "count", 2)
         var own = rows.itemAt(0).current ? rows.itemAt(0) : rows.itemAt(1)
