@@ -1,7 +1,6 @@
 #include "accountinstance.h"
 #include "accountinstance_p.h"
 #include "accountrequests_p.h"
-#include "autotest_p.h"
 
 #include "accountconfiguration.h"
 #include "accountidentity.h"
@@ -245,11 +244,6 @@ AccessToken AccountInstance::accessToken() const
 AccountIdentity *AccountInstance::identity() const
 {
     return d->identity;
-}
-
-void setIdentityForTests(AccountInstance &instance, AccountIdentity *identity)
-{
-    AccountInstancePrivate::get(&instance)->replaceIdentity(identity);
 }
 
 Consumer *AccountInstance::consumer() const
