@@ -126,6 +126,8 @@ private Q_SLOTS:
         QCOMPARE(checksWhenOnline, QList<int>({0}));
         QVERIFY(account.session() && account.identity()->verifyChain());
         QCOMPARE(account.resourceList().size(), 9);
+        // The records may come before the first online check.
+        QVERIFY(m_fixture.waitOnlineChecks(1));
         QByteArrayList authorizations; // of each kind of request
         const QByteArray token(account.accessToken());
         for (const auto &request : m_fixture.service.journal()) {
