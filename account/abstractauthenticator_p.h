@@ -21,10 +21,9 @@ public:
     {}
     virtual ~AbstractAuthenticatorPrivate() = default;
 
-    /// Posts @p body to the service's "authenticate" endpoint: the one request made without a
-    /// token, since it is how the token is obtained. The request is a child of the authenticator and
-    /// logs no failure of its own: they reach the application through finished(), and the account
-    /// logs the status.
+    /// Posts @p body to the service's "authenticate" endpoint, without a token: the login's request
+    /// is how the token is obtained. The request is a child of the authenticator and logs no failure
+    /// of its own: they reach the application through finished(), and the account logs the status.
     vn::PostRequest *postAuthentication(const QJsonObject &body);
 
     AbstractAuthenticator *const q_ptr;

@@ -1,5 +1,5 @@
-// The seams of autotest_p.h. They live apart from the classes they reach into, so that no file of
-// the library includes the test header.
+// The seams of autotest_p.h. They live apart from the classes they reach into, so that the test
+// header is included by this file alone within the library, and by no header.
 
 #include "autotest_p.h"
 
