@@ -134,6 +134,8 @@ private Q_SLOTS:
             QCOMPARE(QDir(folder).entryList(everything, QDir::Name).join(' '), names);
             QCOMPARE(vn::test::fileMode(folder), QStringLiteral("700"));
         }
+        // bench/profile-crash.sh reads this line for its figure.
+        qInfo("%d kills survived, %d entries checked", kills, kills * int(entries.size()));
     }
 };
 
